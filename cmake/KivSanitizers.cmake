@@ -1,0 +1,5 @@
+if(KIV_SANITIZE)
+  string(REPLACE ";" "," _kiv_san "${KIV_SANITIZE}")
+  add_compile_options(-fsanitize=${_kiv_san} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${_kiv_san})
+endif()
