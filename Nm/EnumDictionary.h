@@ -12,6 +12,7 @@
 #include <istream>
 #include <map>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -141,6 +142,23 @@ public:
 private:
     using EnumDictionaryBase<T>::EnumDictionaryBase;
 };
+
+namespace Detail
+{
+/// Formats an enumeration through its stream output. The stream state is ignored, so an unknown code
+/// shows as its number instead of failing the whole format call.
+template <class T>
+struct EnumStreamFormatter : fmt::formatter<fmt::string_view>
+{
+    auto format(T value, fmt::format_context& ctx) const
+    {
+        std::ostringstream out;
+        out << value;
+        const std::string text = out.str();
+        return fmt::formatter<fmt::string_view>::format(fmt::string_view(text), ctx);
+    }
+};
+}  // namespace Detail
 
 template <class T>
 bool TryGetEnumValue(const char* text, T& value)

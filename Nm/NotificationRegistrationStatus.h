@@ -4,8 +4,6 @@
 
 #include <Kiv/Export.h>
 
-#include <fmt/ostream.h>
-
 #include <cstdint>
 #include <istream>
 #include <ostream>
@@ -35,6 +33,7 @@ EnumDictionary<System::Nm::NotificationRegistrationStatus>::GetInstance();
 }  // namespace Kiv
 
 template <>
-struct fmt::formatter<Kiv::System::Nm::NotificationRegistrationStatus> : fmt::ostream_formatter
+struct fmt::formatter<Kiv::System::Nm::NotificationRegistrationStatus>
+    : Kiv::Detail::EnumStreamFormatter<Kiv::System::Nm::NotificationRegistrationStatus>
 {
 };

@@ -4,8 +4,6 @@
 
 #include <Kiv/Export.h>
 
-#include <fmt/ostream.h>
-
 #include <cstdint>
 #include <istream>
 #include <ostream>
@@ -39,6 +37,6 @@ KIV_API const EnumDictionary<System::Nm::Severity>& EnumDictionary<System::Nm::S
 }  // namespace Kiv
 
 template <>
-struct fmt::formatter<Kiv::System::Nm::Severity> : fmt::ostream_formatter
+struct fmt::formatter<Kiv::System::Nm::Severity> : Kiv::Detail::EnumStreamFormatter<Kiv::System::Nm::Severity>
 {
 };

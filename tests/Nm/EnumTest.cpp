@@ -75,6 +75,8 @@ TEST(SeverityTest, StreamOutputWritesUnknownCodeAsNumberWithFailbit)
     EXPECT_EQ(unknown.str(), "200");
     EXPECT_TRUE(unknown.fail());
     EXPECT_FALSE(unknown.bad());
+    // A format call shows the number rather than failing on the stream state.
+    EXPECT_EQ(Kiv::String::Format("{}", Code(200)), "200");
 }
 
 TEST(SeverityTest, StreamInputReadsOneWordAndKeepsValueOnMiss)
