@@ -6,17 +6,21 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <memory>
+#include <string>
+
 using namespace Kiv::System::Tul;
 using Bytes = std::vector<std::uint8_t>;
 
 TEST(RemotingTest, EveryWriteReadsBackWithItsValue)
 {
-    RemotingWriter writer;
-    const Sample::Values written = Sample::Expected();
-    Sample::Write(writer, written);
-
-    RemotingReader reader(writer.GetData(), writer.GetSize());
-    EXPECT_TRUE(Sample::Read(reader) == written);
+    RemotingWriter original;
+    Sample::Write(original);
+    RemotingReader reader(original.GetData(), original.GetSize());
+    RemotingWriter copy;
+    Sample::Copy(reader, copy);
+    EXPECT_EQ(copy.GetBuffer(), original.GetBuffer());
     EXPECT_TRUE(reader.IsAtEnd());
 }
 
@@ -55,72 +59,47 @@ TEST(RemotingTest, ByteFormIsFixed)
     EXPECT_EQ(writer.GetBuffer(), expected);
 }
 
-TEST(RemotingTest, StructAndArrayHeadersReadBothWays)
+// The sample reads element headers after their object type; here the other way.
+TEST(RemotingTest, StructAndArrayHeadersReadAlsoWithoutObjectTypeRead)
 {
     RemotingWriter writer;
-    const TulArrayInformation first{9, 1, 4, 0};
-    const TulArrayInformation second{28, 2, 6, 1};
-    for (int i = 0; i < 2; ++i)
-    {
-        writer.WriteBeginStruct(6);
-        writer.WriteArrayInformation(first);
-        writer.WriteBeginStruct(3);
-        writer.WriteArrayInformation(second);
-    }
+    const TulArrayInformation information{9, 1, 4, 0};
+    writer.WriteBeginStruct(3);
+    writer.WriteArrayInformation(information);
+    writer.WriteBeginStruct(6);
 
     RemotingReader reader(writer.GetData(), writer.GetSize());
-    reader.ReadBeginStruct(6);
-    EXPECT_EQ(reader.ReadArrayInformation(), first);
     EXPECT_EQ(reader.ReadFieldCount(), 3u);
-    EXPECT_EQ(reader.ReadArrayInformation(), second);
-
+    EXPECT_EQ(reader.ReadArrayInformation(), information);
     EXPECT_EQ(reader.ReadObjectType(), TulType::Struct);
     reader.ReadBeginStruct(6);
-    EXPECT_EQ(reader.ReadObjectType(), TulType::Array);
-    EXPECT_EQ(reader.ReadArrayInformation(), first);
-    EXPECT_EQ(reader.ReadObjectType(), TulType::Struct);
-    EXPECT_EQ(reader.ReadFieldCount(), 3u);
-    EXPECT_EQ(reader.ReadObjectType(), TulType::Array);
-    EXPECT_EQ(reader.ReadArrayInformation(), second);
     EXPECT_TRUE(reader.IsAtEnd());
 }
 
-TEST(RemotingTest, StringsUpToCapacityLessOneRoundTripAndLongerOnesAreRefused)
+TEST(RemotingTest, WriterRefusesStringsBeyondCapacityWithoutWriting)
 {
-    const std::string longest(511, 'x');
     RemotingWriter writer;
-    writer.WriteStringInternal(longest.c_str(), 512, TulStringEncoding::Utf8, true);
-    writer.WriteStringInternal("", 512, TulStringEncoding::Utf8, false);
-    const std::size_t size = writer.GetSize();
-
     const std::string tooLong(512, 'y');
-    EXPECT_THROW(writer.WriteStringInternal(tooLong.c_str(), 512, TulStringEncoding::Utf8, true),
+    EXPECT_THROW(writer.WriteStringInternal(tooLong.c_str(), 512, Sample::utf8, true),
                  Kiv::ArgumentException);
     // A full buffer without NUL is refused without reading past it.
-    const std::vector<char> unterminated(8, 'z');
-    EXPECT_THROW(writer.WriteStringInternal(unterminated.data(), 8, TulStringEncoding::Utf8, true),
+    const auto unterminated = std::make_unique<char[]>(8);
+    std::memset(unterminated.get(), 'z', 8);
+    EXPECT_THROW(writer.WriteStringInternal(unterminated.get(), 8, Sample::utf8, false),
                  Kiv::ArgumentException);
-    EXPECT_EQ(writer.GetSize(), size);
-
-    RemotingReader reader(writer.GetData(), writer.GetSize());
-    char buffer[512];
-    reader.ReadStringInternal(buffer, sizeof buffer, TulStringEncoding::Utf8, true);
-    EXPECT_EQ(std::string(buffer), longest);
-    buffer[0] = 'q';
-    reader.ReadStringInternal(buffer, sizeof buffer, TulStringEncoding::Utf8, false);
-    EXPECT_EQ(std::string(buffer), "");
+    EXPECT_EQ(writer.GetSize(), 0u);
 }
 
 TEST(RemotingTest, ResetEmptiesTheWriterAndKeepsItsMemory)
 {
     RemotingWriter writer(16);
-    Sample::Write(writer, Sample::Expected());
-    const std::size_t capacity = writer.GetBuffer().capacity();
+    Sample::Write(writer);
     const Bytes first = writer.GetBuffer();
+    const std::size_t capacity = writer.GetBuffer().capacity();
 
     writer.Reset();
     EXPECT_EQ(writer.GetSize(), 0u);
     EXPECT_EQ(writer.GetBuffer().capacity(), capacity);
-    Sample::Write(writer, Sample::Expected());
+    Sample::Write(writer);
     EXPECT_EQ(writer.GetBuffer(), first);
 }

@@ -1,8 +1,7 @@
+#include "Platform/Tul/FakeServices.h"
+
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ITulAuthorizator.h>
-#include <Kiv/System/Tul/ITulService.h>
-#include <Kiv/System/Tul/ITulServiceFactory.h>
-#include <Kiv/System/Tul/ITulServiceProxyFactory.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 
@@ -13,67 +12,10 @@
 #include <thread>
 
 using namespace Kiv::System::Tul;
+using namespace Fake;
 
 namespace
 {
-class IEchoService : public ITulService
-{
-public:
-    virtual int Echo(int value) = 0;
-};
-
-class EchoServiceImpl : public IEchoService
-{
-public:
-    explicit EchoServiceImpl(int offset) : offset(offset) {}
-    int Echo(int value) override { return value + offset; }
-
-private:
-    int offset;
-};
-
-// A factory as a service's own would be: it makes a plain object or, for a guarded service, one that
-// remembers what it was made with.
-class EchoServiceFactory : public ITulServiceFactory
-{
-public:
-    EchoServiceFactory(int offset, bool guarded) : offset(offset), guarded(guarded) {}
-
-    bool GetUsesSecurityStub() const override { return guarded; }
-    const Kiv::String& GetServiceProviderName() const override { return providerName; }
-    ITulService* CreateServiceImpl(const char* provider, ITulAuthorizator* authorizator) override
-    {
-        lastProvider = provider;
-        lastAuthorizator = authorizator;
-        return new EchoServiceImpl(offset);
-    }
-    ITulServiceStub* CreateServiceStub(const char*, ITulAuthorizator*) override { return nullptr; }
-
-    Kiv::String lastProvider;
-    ITulAuthorizator* lastAuthorizator = nullptr;
-
-private:
-    Kiv::String providerName = "Kiv";
-    int offset;
-    bool guarded;
-};
-
-class EchoProxyFactory : public ITulServiceProxyFactory
-{
-public:
-    explicit EchoProxyFactory(const char* serviceName = "Test.IEchoService") : serviceName(serviceName) {}
-    const char* GetServiceName() const override { return serviceName; }
-    const char* GetServiceProviderName() const override { return "Kiv"; }
-    ITulServiceProxy* CreateServiceProxy(unsigned short, unsigned short, TulClient&) override
-    {
-        ADD_FAILURE() << "an in-process service needs no proxy";
-        return nullptr;
-    }
-
-private:
-    const char* serviceName;
-};
-
 class RefuseAll : public ITulAuthorizator
 {
 public:
@@ -83,15 +25,11 @@ public:
     }
 };
 
-int EchoThrough(const char* provider, ITulServiceProxyFactory& proxyFactory, int value)
+/// What the service under the names answers to Echo(10): -1 for none.
+int EchoTen(const char* provider, ITulServiceProxyFactory& proxyFactory)
 {
     std::unique_ptr<ITulService> service(ServiceManager::GetService(provider, proxyFactory));
-    if (service == nullptr)
-    {
-        return -1;
-    }
-    auto* echo = dynamic_cast<IEchoService*>(service.get());
-    return echo != nullptr ? echo->Echo(value) : -2;
+    return service == nullptr ? -1 : dynamic_cast<IEchoService&>(*service).Echo(10);
 }
 
 class ServiceManagerTest : public ::testing::Test
@@ -106,7 +44,8 @@ protected:
 
 TEST_F(ServiceManagerTest, PublishedServiceIsMadeByItsFactoryForEachCaller)
 {
-    EchoServiceFactory factory(100, false);
+    EchoServiceFactory factory(100);
+    RefuseAll policy;
     ServiceManager::PublishService("Kiv", "Test.IEchoService", factory);
 
     std::unique_ptr<ITulService> first(ServiceManager::GetService("Kiv", proxyFactory));
@@ -115,62 +54,54 @@ TEST_F(ServiceManagerTest, PublishedServiceIsMadeByItsFactoryForEachCaller)
     EXPECT_NE(first, second);
     EXPECT_EQ(dynamic_cast<IEchoService&>(*first).Echo(1), 101);
     EXPECT_EQ(factory.lastProvider, "Kiv");
+    EXPECT_EQ(factory.lastAuthorizator, nullptr);
+
+    // A guarded service's factory builds its security stub on the installed policy.
+    EXPECT_EQ(ServiceManager::SetAuthorizator(&policy), nullptr);
+    EXPECT_EQ(EchoTen("Kiv", proxyFactory), 110);
+    EXPECT_EQ(factory.lastAuthorizator, &policy);
 }
 
 TEST_F(ServiceManagerTest, UnknownProviderOrServiceGivesNull)
 {
-    EchoServiceFactory factory(0, false);
+    EchoServiceFactory factory(0);
     ServiceManager::PublishService("Kiv", "Test.IEchoService", factory);
     EchoProxyFactory otherService("Test.IOtherService");
 
-    EXPECT_EQ(ServiceManager::GetService("Other", proxyFactory), nullptr);
-    EXPECT_EQ(ServiceManager::GetService("Kiv", otherService), nullptr);
-    EXPECT_EQ(ServiceManager::GetService("", proxyFactory), nullptr);
+    EXPECT_EQ(EchoTen("Other", proxyFactory), -1);
+    EXPECT_EQ(EchoTen("", proxyFactory), -1);
+    EXPECT_EQ(EchoTen("Kiv", otherService), -1);
 }
 
 TEST_F(ServiceManagerTest, SameServiceUnderTwoProvidersStaysApartAndRepublishingReplaces)
 {
-    EchoServiceFactory first(1, false), second(2, false), third(3, false);
+    EchoServiceFactory first(1), second(2), third(3);
     ServiceManager::PublishService("ProcessA", "Test.IEchoService", first);
     ServiceManager::PublishService("ProcessB", "Test.IEchoService", second);
-    EXPECT_EQ(EchoThrough("ProcessA", proxyFactory, 10), 11);
-    EXPECT_EQ(EchoThrough("ProcessB", proxyFactory, 10), 12);
+    EXPECT_EQ(EchoTen("ProcessA", proxyFactory), 11);
+    EXPECT_EQ(EchoTen("ProcessB", proxyFactory), 12);
 
     ServiceManager::PublishService("ProcessA", "Test.IEchoService", third);
-    EXPECT_EQ(EchoThrough("ProcessA", proxyFactory, 10), 13);
     ServiceManager::PublishService("ProcessA", "Test.IEchoService", third);
-    EXPECT_EQ(EchoThrough("ProcessA", proxyFactory, 10), 13);
+    EXPECT_EQ(EchoTen("ProcessA", proxyFactory), 13);
+    EXPECT_EQ(EchoTen("ProcessB", proxyFactory), 12);
 }
 
 TEST_F(ServiceManagerTest, ResetWithdrawsPublicationsAndAuthorizator)
 {
-    EchoServiceFactory factory(0, true);
+    EchoServiceFactory factory(0);
     RefuseAll policy;
     ServiceManager::PublishService("Kiv", "Test.IEchoService", factory);
-    EXPECT_EQ(ServiceManager::SetAuthorizator(&policy), nullptr);
+    ServiceManager::SetAuthorizator(&policy);
 
     ServiceManager::Reset();
-    EXPECT_EQ(ServiceManager::GetService("Kiv", proxyFactory), nullptr);
+    EXPECT_EQ(EchoTen("Kiv", proxyFactory), -1);
     EXPECT_EQ(ServiceManager::SetAuthorizator(nullptr), nullptr);
-}
-
-TEST_F(ServiceManagerTest, FactoryGetsPublishedProviderNameAndInstalledAuthorizator)
-{
-    EchoServiceFactory guarded(0, true);
-    RefuseAll policy;
-    ServiceManager::PublishService("Kiv", "Test.IEchoService", guarded);
-
-    EXPECT_EQ(EchoThrough("Kiv", proxyFactory, 5), 5);
-    EXPECT_EQ(guarded.lastAuthorizator, nullptr);
-    ServiceManager::SetAuthorizator(&policy);
-    EXPECT_EQ(EchoThrough("Kiv", proxyFactory, 5), 5);
-    EXPECT_EQ(guarded.lastAuthorizator, &policy);
-    EXPECT_EQ(guarded.lastProvider, "Kiv");
 }
 
 TEST_F(ServiceManagerTest, NullOrEmptyNamesAreRefused)
 {
-    EchoServiceFactory factory(0, false);
+    EchoServiceFactory factory(0);
     EXPECT_THROW(ServiceManager::PublishService(nullptr, "Test.IEchoService", factory),
                  Kiv::ArgumentException);
     EXPECT_THROW(ServiceManager::PublishService("Kiv", nullptr, factory), Kiv::ArgumentException);
@@ -181,19 +112,15 @@ TEST_F(ServiceManagerTest, NullOrEmptyNamesAreRefused)
 TEST(TulCallerIdentityTest, InProcessCallerIsThisProcessAndScopesNestPerThread)
 {
     const TulCallerIdentity self = TulCallerIdentity::GetProcessIdentity();
-    EXPECT_EQ(self.pid, getpid());
-    EXPECT_EQ(self.uid, geteuid());
-    EXPECT_EQ(self.gid, getegid());
+    EXPECT_EQ(self, (TulCallerIdentity{geteuid(), getegid(), getpid()}));
     EXPECT_EQ(TulCallerIdentity::GetCurrent(), self);
 
     const TulCallerIdentity outer{1001, 1002, 1003};
-    const TulCallerIdentity inner{2001, 2002, 2003};
     {
         TulCallerIdentity::Scope outerScope(outer);
-        EXPECT_EQ(TulCallerIdentity::GetCurrent(), outer);
         {
-            TulCallerIdentity::Scope innerScope(inner);
-            EXPECT_EQ(TulCallerIdentity::GetCurrent(), inner);
+            TulCallerIdentity::Scope innerScope({2001, 2002, 2003});
+            EXPECT_EQ(TulCallerIdentity::GetCurrent(), (TulCallerIdentity{2001, 2002, 2003}));
         }
         EXPECT_EQ(TulCallerIdentity::GetCurrent(), outer);
         TulCallerIdentity seenByOtherThread;

@@ -14,7 +14,8 @@ namespace Kiv::System::Tul
 /// DateTime is its raw 64-bit value; an array length is a uint32; a structure header is code Struct and
 /// the field count as uint32; an array header is code Array and the four words of TulArrayInformation
 /// as uint32; a string is its byte count as uint32 and its bytes without the NUL, with code String in
-/// front where asked for; a confirmation is one byte, 0 or 1.
+/// front where asked for; a confirmation is one byte, 0 or 1. The encoding of a string is not on the
+/// wire: its bytes go as they are.
 class KIV_API RemotingWriter final : public TulWriter
 {
 public:
