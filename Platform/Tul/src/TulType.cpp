@@ -1,6 +1,7 @@
 #include <Kiv/System/Tul/TulGuid.h>
 #include <Kiv/System/Tul/TulType.h>
 #include <Kiv/System/Tul/TulVersion.h>
+#include <Kiv/System/Tul/TulWriter.h>
 
 namespace Kiv::System::Tul
 {
@@ -51,6 +52,19 @@ std::ostream& operator<<(std::ostream& out, TulType type)
 String TulVersion::ToString() const
 {
     return String(fmt::format("{}.{}.{}.{}", major, minor, build, revision));
+}
+
+void TulVersion::Write(TulWriter& writer) const
+{
+    for (const std::uint16_t part : {major, minor, build, revision})
+    {
+        writer.WriteDataInternal(&part, sizeof part);
+    }
+}
+
+void TulGuid::Write(TulWriter& writer) const
+{
+    writer.WriteDataInternal(bytes.data(), bytes.size());
 }
 
 String TulGuid::ToString() const
