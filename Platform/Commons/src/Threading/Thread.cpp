@@ -1,12 +1,13 @@
 #include <Kiv/Exceptions.h>
 #include <Kiv/Threading/Thread.h>
 
+#include <cxxabi.h>
+#include <sched.h>
+#include <time.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <sched.h>
-#include <time.h>
 
 namespace Kiv::System::Commons::Threading
 {
@@ -15,17 +16,27 @@ thread_local Thread* Thread::pCurrentThread = nullptr;
 Thread::Thread(ThreadDelegate delegate, void* argument, const ThreadSettings& settings)
     : delegate(std::move(delegate)), argument(argument), settings(settings)
 {
+    if (this->delegate.empty())
+    {
+        throw ArgumentException::Create("delegate", "empty",
+                                        String::Format("Thread '{0}' needs a body", settings.name));
+    }
 }
 
 Thread::~Thread()
 {
-    if (joinable && !pthread_equal(handle, pthread_self()))
+    if (!joinable.load(std::memory_order_acquire))
+    {
+        return;
+    }
+    // The body may destroy its own Thread object: it cannot join itself, so it lets go of the thread.
+    if (pCurrentThread == this)
+    {
+        pthread_detach(pthread_self());
+    }
+    else
     {
         pthread_join(handle, nullptr);
-    }
-    else if (joinable)
-    {
-        pthread_detach(handle);
     }
 }
 
@@ -69,35 +80,60 @@ void Thread::Start()
         pthread_attr_setaffinity_np(&attributes, sizeof(cpus), &cpus);
     }
 
+    // Marked before the thread exists, so that the body sees itself joinable (and without a data race).
+    started = true;
+    joinable.store(true, std::memory_order_release);
     const int result = pthread_create(&handle, &attributes, &Thread::Run, this);
     if (result != 0)
     {
+        started = false;
+        joinable.store(false, std::memory_order_release);
         throw Exception("Could not start thread '{0}': {1}", settings.name, std::strerror(result));
     }
-    started = true;
-    joinable = true;
 }
 
 void Thread::Join()
 {
-    if (!joinable)
+    if (!joinable.load(std::memory_order_acquire))
     {
         throw InvalidOperationException("Thread '{0}' is not joinable.", settings.name);
     }
-    if (pthread_equal(handle, pthread_self()))
+    // Not by comparing `handle`: the creating thread writes it while the body may already run.
+    if (pCurrentThread == this)
     {
         throw InvalidOperationException("Thread '{0}' cannot join itself.", settings.name);
     }
-    pthread_join(handle, nullptr);
-    joinable = false;
+    const int result = pthread_join(handle, nullptr);
+    if (result != 0)
+    {
+        throw InvalidOperationException("Joining thread '{0}' failed: {1}", settings.name,
+                                        std::strerror(result));
+    }
+    joinable.store(false, std::memory_order_release);
 }
 
 void Thread::Sleep(unsigned int milliseconds)
 {
-    timespec request{static_cast<time_t>(milliseconds / 1000), static_cast<long>(milliseconds % 1000) * 1000000L};
+    timespec request{static_cast<time_t>(milliseconds / 1000),
+                     static_cast<long>(milliseconds % 1000) * 1000000L};
     while (nanosleep(&request, &request) == -1 && errno == EINTR)
     {
     }
+}
+
+String Thread::ToOsThreadName(const String& name)
+{
+    if (name.size() <= MaxOsNameLength)
+    {
+        return name;
+    }
+    std::size_t length = MaxOsNameLength;
+    // Back off from UTF-8 continuation bytes (10xxxxxx), so that no character is cut in two.
+    while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0U) == 0x80U)
+    {
+        --length;
+    }
+    return name.substr(0, length);
 }
 
 String Thread::GetCurrentOsThreadName()
@@ -107,15 +143,23 @@ String Thread::GetCurrentOsThreadName()
     return String(name);
 }
 
-void* Thread::Run(void* self)
+// UBSan's null check flags the catch of abi::__forced_unwind, which glibc's unwinding raises without a
+// C++ object; the binding is never used.
+__attribute__((no_sanitize("null"))) void* Thread::Run(void* self)
 {
     auto* thread = static_cast<Thread*>(self);
     pCurrentThread = thread;
-    const String osName = thread->settings.name.substr(0, MaxOsNameLength);
+    const String osName = ToOsThreadName(thread->settings.name);
     pthread_setname_np(pthread_self(), osName.c_str());
     try
     {
         thread->delegate(thread->argument);
+    }
+    catch (abi::__forced_unwind&)
+    {
+        // pthread_exit or cancellation in the body: the thread ends, the process goes on.
+        pCurrentThread = nullptr;
+        throw;
     }
     catch (const Exception& e)
     {
@@ -125,7 +169,8 @@ void* Thread::Run(void* self)
     }
     catch (const std::exception& e)
     {
-        std::fprintf(stderr, "Unhandled exception in thread '%s': %s\n", thread->settings.name.c_str(), e.what());
+        std::fprintf(stderr, "Unhandled exception in thread '%s': %s\n", thread->settings.name.c_str(),
+                     e.what());
         std::terminate();
     }
     catch (...)

@@ -3,8 +3,8 @@
 #include <Kiv/Export.h>
 #include <Kiv/Threading/Mutex.h>
 
-#include <chrono>
 #include <pthread.h>
+#include <chrono>
 
 namespace Kiv::System::Commons::Threading
 {
@@ -23,9 +23,11 @@ public:
     void NotifyOne() noexcept;
     void NotifyAll() noexcept;
 
-    /// Waits without limit. Raises InvalidOperationException for a recursive mutex.
+    /// Waits without limit. Raises InvalidOperationException for a recursive mutex and for a mutex that
+    /// the caller does not hold.
     void Wait(Mutex& mutex);
-    /// Waits until notified or until `deadline`; false when the deadline passed.
+    /// Waits until notified or until `deadline`; false when the deadline passed (at once for a deadline
+    /// in the past). Raises as Wait does.
     bool WaitUntil(Mutex& mutex, Clock::time_point deadline);
 
     /// Waits until `predicate` holds or `deadline` passes; returns the predicate's last value.

@@ -15,8 +15,12 @@ public:
     Mutex& operator=(const Mutex&) = delete;
     ~Mutex();
 
+    /// Raises InvalidOperationException when the owner of a non-recursive mutex locks it again (the
+    /// non-recursive kind is error-checking, so this fails instead of hanging).
     void Lock();
+    /// False when another thread holds the mutex, and when the owner of a non-recursive one tries again.
     bool TryLock();
+    /// Raises InvalidOperationException when the caller does not hold the mutex.
     void Unlock();
 
     bool IsRecursive() const noexcept { return recursive; }

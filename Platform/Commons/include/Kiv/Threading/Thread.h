@@ -6,6 +6,7 @@
 #include <boost/function.hpp>
 
 #include <pthread.h>
+#include <atomic>
 
 namespace Kiv::System::Commons::Threading
 {
@@ -28,6 +29,7 @@ public:
     /// The longest name the OS keeps; longer names are cut for the OS only.
     static constexpr std::size_t MaxOsNameLength = 15;
 
+    /// Raises ArgumentException for an empty delegate.
     Thread(ThreadDelegate delegate, void* argument, const ThreadSettings& settings);
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
@@ -37,8 +39,8 @@ public:
     /// Starts the body and returns at once. Raises InvalidOperationException when started before, and
     /// Exception when the OS refuses the thread.
     void Start();
-    /// True from Start until Join, also after the body has returned.
-    bool IsJoinable() const noexcept { return joinable; }
+    /// True from Start until Join, also after the body has returned, and also inside the body.
+    bool IsJoinable() const noexcept { return joinable.load(std::memory_order_acquire); }
     /// Waits for the end of the body. Raises InvalidOperationException when not joinable or when called
     /// from the thread itself.
     void Join();
@@ -53,8 +55,11 @@ public:
     /// The Thread object running the calling thread, or null on threads not made by this class.
     static thread_local Thread* pCurrentThread;
 
-    /// The OS name of the calling thread (at most 15 characters).
+    /// The OS name of the calling thread (at most 15 bytes).
     static String GetCurrentOsThreadName();
+
+    /// The name as the OS keeps it: `name` cut to MaxOsNameLength bytes, not inside a UTF-8 character.
+    static String ToOsThreadName(const String& name);
 
 private:
     static void* Run(void* self);
@@ -64,6 +69,6 @@ private:
     ThreadSettings settings;
     pthread_t handle{};
     bool started = false;
-    bool joinable = false;
+    std::atomic<bool> joinable{false};
 };
 }  // namespace Kiv::System::Commons::Threading
