@@ -24,7 +24,7 @@ using namespace Kiv::System::Commons::Xml;
 
 namespace
 {
-// Reads as the settings of Part 4.3 do: children with a "queueLength" attribute, unknown ones reported
+// Reads as the notification manager settings do: children with a "queueLength" attribute, unknown ones reported
 // to the context and skipped, content of known ones left to ReadEndElement.
 class TestSettings : public IXmlSerializable
 {
