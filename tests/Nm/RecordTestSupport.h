@@ -1,8 +1,10 @@
 #pragma once
 
-// A writer that keeps each call as a line of text, so that a test can compare the exact call order of a
-// serialiser and not just the bytes, in which a tag and an object type look alike.
+// Helpers of the record tests: a writer that keeps each call as a line of text, so that a test can compare
+// the exact call order of a serialiser and not just the bytes, in which a tag and an object type look
+// alike; and the message of an expected exception.
 
+#include <Kiv/Exception.h>
 #include <Kiv/System/Tul/TulWriter.h>
 
 #include <fmt/format.h>
@@ -54,3 +56,17 @@ private:
         calls.push_back(fmt::format(fmt::runtime(format), args...));
     }
 };
+
+template <class E, class F>
+std::string MessageOf(F&& action)
+{
+    try
+    {
+        action();
+    }
+    catch (const E& e)
+    {
+        return e.GetMessage();
+    }
+    return "no exception of the expected type";
+}
