@@ -5,6 +5,7 @@
 #include <Kiv/System/Tul/TulReader.h>
 #include <Kiv/System/Tul/TulWriter.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 
@@ -234,9 +235,11 @@ void TulVariantSerializer::ReadPayload(TulReader& reader, std::vector<Variant>& 
 {
     reader.ReadTag(TulType::Array);
     reader.ReadTag(TulType::Object);
-    // The reader bounds the length by the rest of the message, so reserving it is safe.
+    // The reader bounds the length by the bytes left, but an element may be one byte on the wire and
+    // over 500 in memory: reserve the whole length only up to what an honest payload needs, so that a
+    // hostile message can't make us reserve hundreds of times its own size.
     const std::uint32_t length = reader.ReadArrayLength();
-    payload.reserve(payload.size() + length);
+    payload.reserve(payload.size() + std::min<std::uint32_t>(length, MaxReservedElements));
     for (std::uint32_t index = 0; index < length; ++index)
     {
         payload.push_back(ReadElement(reader));

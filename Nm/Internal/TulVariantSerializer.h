@@ -39,6 +39,8 @@ public:
 
     /// Appends the elements of an array of objects to `payload`, which it reserves for all of them first.
     static void ReadPayload(Tul::TulReader& reader, std::vector<Variant>& payload);
+    /// The most elements ReadPayload reserves ahead; longer payloads grow as they are read.
+    static constexpr std::uint32_t MaxReservedElements = 256;
 
     /// The wire has no form for a time of unknown kind; throws NotSupportedException for it.
     static void EnsureDateTimeKindIsSpecified(const DateTime& value);

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <Nm/IdType.h>
+#include <Nm/Internal/Repository.h>
+
+#include <Kiv/BasicString.h>
+#include <Kiv/Export.h>
+#include <Kiv/Threading/Mutex.h>
+
+#include <cstddef>
+#include <memory>
+
+namespace Kiv::System::Nm::Services::Internal
+{
+class INotificationDispatcherService;
+}
+
+namespace Kiv::System::Nm::Internal::NotificationBroker
+{
+struct NotificationDispatcherRepositoryEntry
+{
+    String name;
+    std::shared_ptr<Services::Internal::INotificationDispatcherService> service;
+
+    /// Same name and the very same service object.
+    bool operator==(const NotificationDispatcherRepositoryEntry& other) const
+    {
+        return name == other.name && service == other.service;
+    }
+};
+
+/// The dispatchers the broker knows, one per process, each with the proxy of its service.
+class KIV_API NotificationDispatcherRepository
+    : public Repository<NotificationDispatcherId, NotificationDispatcherRepositoryEntry,
+                        NotificationDispatcherRepository>
+{
+public:
+    using RepositoryEntry = NotificationDispatcherRepositoryEntry;
+    using ServicePointer = std::shared_ptr<Services::Internal::INotificationDispatcherService>;
+
+    NotificationDispatcherRepository();
+
+    NotificationDispatcherId Add(const String& name, ServicePointer service);
+    void Remove(NotificationDispatcherId id);
+    bool Contains(NotificationDispatcherId id) const;
+    bool Contains(const String& name) const;
+    std::size_t Count() const;
+    /// Shared, so that a Remove during a running Dispatch can't pull the service away.
+    ServicePointer GetService(NotificationDispatcherId id) const;
+    String GetDispatcherName(NotificationDispatcherId id) const;
+    NotificationDispatcherId GetDispatcherId(const String& name) const;
+
+    static auto PredicateEuqalsName(const String& name)
+    {
+        return [name](const Entry& entry) { return entry.second.name == name; };
+    }
+
+    [[noreturn]] static void OnRemoveUnknown(NotificationDispatcherId id);
+    [[noreturn]] static void OnQueryUnknown(NotificationDispatcherId id);
+    [[noreturn]] static void OnAddDuplicate(const RepositoryEntry& entry);
+    [[noreturn]] static void OnQueryUnknown(const String& text);
+
+private:
+    const RepositoryEntry& GetEntry(NotificationDispatcherId id) const;
+
+    mutable Commons::Threading::Mutex mutex;
+};
+}  // namespace Kiv::System::Nm::Internal::NotificationBroker

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <Nm/IdType.h>
+
+#include <Kiv/Export.h>
+#include <Kiv/Threading/Mutex.h>
+
+#include <map>
+#include <optional>
+#include <unordered_map>
+#include <vector>
+
+namespace Kiv::System::Nm::Internal::NotificationBroker
+{
+/// The dispatch table: which dispatcher wants which name id. Read once per notification by the broker
+/// thread, so the look-up by name id is a hash look-up.
+class KIV_API NotificationDispatchingRepository
+{
+public:
+    /// Dispatcher ids in ascending order, each with the name ids it wants, in the order asked for.
+    using Matches = std::map<NotificationDispatcherId, std::vector<NotificationNameId>>;
+
+    NotificationDispatchingRepository();
+
+    void Add(NotificationNameId nameId, NotificationDispatcherId dispatcherId);
+    void Remove(NotificationNameId nameId, NotificationDispatcherId dispatcherId);
+    bool Contains(NotificationNameId nameId) const;
+    bool Contains(NotificationNameId nameId, NotificationDispatcherId dispatcherId) const;
+    Matches GetMatches(const std::vector<NotificationNameId>& nameIds) const;
+
+    [[noreturn]] static void OnAddDuplicate(NotificationNameId nameId, NotificationDispatcherId dispatcherId);
+    [[noreturn]] static void OnRemoveUnknown(NotificationNameId nameId,
+                                             NotificationDispatcherId dispatcherId);
+
+private:
+    using Rows = std::unordered_multimap<NotificationNameId, NotificationDispatcherId>;
+
+    std::optional<Rows::const_iterator> Find(NotificationNameId nameId,
+                                             NotificationDispatcherId dispatcherId) const;
+    bool ContainsImpl(NotificationNameId nameId, NotificationDispatcherId dispatcherId) const;
+    void GetMatches(Matches& matches, NotificationNameId nameId) const;
+    static void AddMatch(Matches& matches, NotificationNameId nameId, NotificationDispatcherId dispatcherId);
+
+    Rows rows;
+    mutable Commons::Threading::Mutex mutex;
+};
+}  // namespace Kiv::System::Nm::Internal::NotificationBroker
