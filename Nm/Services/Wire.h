@@ -1,0 +1,58 @@
+#pragma once
+
+// The wire form of the values that service operations take and give. Proxy and stub write and read the
+// same elements in the same order; elements carry type tags but no names.
+
+#include <Nm/NotificationRegistrationStatus.h>
+#include <Nm/Severity.h>
+#include <Nm/TulString.h>
+#include <Nm/TulVariant.h>
+
+#include <Kiv/DateTime.h>
+#include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulReader.h>
+#include <Kiv/System/Tul/TulWriter.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace Kiv::System::Nm
+{
+class Notification;
+class NotificationRegistrationInfo;
+}  // namespace Kiv::System::Nm
+
+namespace Kiv::System::Nm::Services::Wire
+{
+using Tul::TulReader;
+using Tul::TulWriter;
+
+KIV_API void Write(TulWriter& writer, bool value);
+KIV_API void Write(TulWriter& writer, Severity value);
+KIV_API void Write(TulWriter& writer, NotificationRegistrationStatus value);
+KIV_API void Write(TulWriter& writer, std::uint16_t value);
+KIV_API void Write(TulWriter& writer, std::uint32_t value);
+KIV_API void Write(TulWriter& writer, std::uint64_t value);
+KIV_API void Write(TulWriter& writer, const TulString<512>& value);
+/// Refuses the kind Unspecified before anything of it is written.
+KIV_API void Write(TulWriter& writer, const DateTime& value);
+KIV_API void Write(TulWriter& writer, const std::vector<std::uint32_t>& value);
+KIV_API void Write(TulWriter& writer, const std::vector<TulVariant<512>>& value);
+KIV_API void Write(TulWriter& writer, const Notification& value);
+KIV_API void Write(TulWriter& writer, const NotificationRegistrationInfo& value);
+
+KIV_API void Read(TulReader& reader, bool& value);
+KIV_API void Read(TulReader& reader, Severity& value);
+KIV_API void Read(TulReader& reader, NotificationRegistrationStatus& value);
+KIV_API void Read(TulReader& reader, std::uint16_t& value);
+KIV_API void Read(TulReader& reader, std::uint32_t& value);
+KIV_API void Read(TulReader& reader, std::uint64_t& value);
+KIV_API void Read(TulReader& reader, TulString<512>& value);
+/// Refuses the kind Unspecified after reading it.
+KIV_API void Read(TulReader& reader, DateTime& value);
+KIV_API void Read(TulReader& reader, std::vector<std::uint32_t>& value);
+KIV_API void Read(TulReader& reader, std::vector<TulVariant<512>>& value);
+/// Into a freshly made record: records append what they read.
+KIV_API void Read(TulReader& reader, Notification& value);
+KIV_API void Read(TulReader& reader, NotificationRegistrationInfo& value);
+}  // namespace Kiv::System::Nm::Services::Wire
