@@ -34,7 +34,7 @@ struct Helper : AppDomainSingleton<Helper>
 {
 };
 
-// Its constructor and destructor may run user code that reaches the table, as the real singletons do.
+// Runs test code in its constructor and destructor, as the real singletons run theirs.
 class Service : public AppDomainSingleton<Service>
 {
 public:
@@ -42,8 +42,7 @@ public:
     static inline std::function<void()> onDestroy;
     static inline int alive = 0;
     static inline Service* lastConstructed = nullptr;
-
-    int value;
+    const int value;
 
     ~Service()
     {
@@ -85,23 +84,27 @@ protected:
 };
 }  // namespace
 
-TEST_F(AppDomainSingletonTest, CreatesOneInstancePerTypeAndFindsItByType)
+TEST_F(AppDomainSingletonTest, OneInstancePerTypeFoundByType)
 {
     EXPECT_FALSE(Service::IsCreated());
     EXPECT_EQ(MessageOf([] { Service::GetInstance(); }),
               "AppDomain Singleton instance of type '(anonymous namespace)::Service' was not created yet!");
     Service::CreateInstance(7);
-    EXPECT_TRUE(Service::IsCreated());
-    EXPECT_FALSE(Helper::IsCreated());
+    EXPECT_TRUE(Service::IsCreated() && !Helper::IsCreated());
     EXPECT_EQ(AppDomainSingleton<Service>::GetInstance().value, 7);
-
     EXPECT_EQ(MessageOf([] { Service::CreateInstance(8); }),
               "AppDomain Singleton instance of type '(anonymous namespace)::Service' was created yet!");
     EXPECT_EQ(Service::alive, 1);
-    EXPECT_EQ(Service::GetInstance().value, 7);
+
+    // A constructor that throws leaves no entry.
+    Helper::DisposeInstance();
+    Service::DisposeInstance();
+    Service::onConstruct = [] { throw std::runtime_error("refused"); };
+    EXPECT_THROW(Service::CreateInstance(1), std::runtime_error);
+    EXPECT_FALSE(Service::IsCreated());
 }
 
-TEST_F(AppDomainSingletonTest, EveryOperationButIsCreatedNeedsTheAppDomain)
+TEST_F(AppDomainSingletonTest, WithoutAnAppDomainOnlyIsCreatedAnswers)
 {
     AppDomain::Dispose();
     EXPECT_FALSE(Service::IsCreated());
@@ -123,31 +126,21 @@ TEST_F(AppDomainSingletonTest, EveryOperationButIsCreatedNeedsTheAppDomain)
     EXPECT_EQ(Service::alive, 0);
 }
 
-TEST_F(AppDomainSingletonTest, AFailingConstructorLeavesNoEntry)
+TEST_F(AppDomainSingletonTest, ConstructorAndDestructorRunWithTheTableUnlocked)
 {
-    Service::onConstruct = [] { throw std::runtime_error("refused"); };
-    EXPECT_THROW(Service::CreateInstance(1), std::runtime_error);
-    EXPECT_FALSE(Service::IsCreated());
-    Service::CreateInstance(2);
-    EXPECT_EQ(Service::GetInstance().value, 2);
-}
-
-TEST_F(AppDomainSingletonTest, ConstructorAndDestructorRunWithoutTheTableLocked)
-{
-    // Creating and disposing another singleton takes the write lock; a lock held around the constructor
-    // or destructor would deadlock here.
+    // Creating and disposing another singleton takes the write lock, which would deadlock if held here.
     Service::onConstruct = [] { Helper::CreateInstance(); };
     Service::CreateInstance(3);
     EXPECT_TRUE(Helper::IsCreated());
 
-    bool foundDuringDestruction = false;
+    int foundDuringDestruction = 0;
     Service::onDestroy = [&]
     {
-        foundDuringDestruction = Service::GetInstance().value == 3;
+        foundDuringDestruction = Service::GetInstance().value;
         Helper::DisposeInstance();
     };
     Service::DisposeInstance();
-    EXPECT_TRUE(foundDuringDestruction);
+    EXPECT_EQ(foundDuringDestruction, 3);
     EXPECT_FALSE(Service::IsCreated() || Helper::IsCreated());
     EXPECT_NO_THROW(Service::DisposeInstance());
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace Kiv::System::Nm;
@@ -24,6 +25,7 @@ Variant Raw(unsigned code, const char* bytes = "")
     return variant;
 }
 
+// The text, or the type and message of what was raised.
 std::string Format(const Payload& payload)
 {
     try
@@ -32,19 +34,14 @@ std::string Format(const Payload& payload)
     }
     catch (const Kiv::Exception& e)
     {
-        return std::string("raised ") + typeid(e).name() + ": " + e.GetMessage();
+        return e.GetTypeName() + ": " + e.GetMessage();
     }
-}
-
-std::string Raised(const Kiv::Exception& e)
-{
-    return std::string("raised ") + typeid(e).name() + ": " + e.GetMessage();
 }
 
 std::string Unsupported(const char* code)
 {
-    return Raised(Kiv::NotSupportedException(
-        Kiv::String("Payload: cannot format payload field with data type: ") + code));
+    return std::string("Kiv::NotSupportedException: Payload: cannot format payload field with data type: ") +
+           code;
 }
 }  // namespace
 
@@ -72,8 +69,7 @@ TEST(PayloadFormatterTest, FiftyFieldsAreTheLimitWhateverTheFieldsHold)
     payload[0] = Variant(format);
     EXPECT_EQ(Format(payload), "1234567890123456789012345678901234567890123456789");
     payload.emplace_back(Raw(0));
-    EXPECT_EQ(Format(payload),
-              Raised(Kiv::NotSupportedException("Payload: cannot format payload with 51 fields.")));
+    EXPECT_EQ(Format(payload), "Kiv::NotSupportedException: Payload: cannot format payload with 51 fields.");
 }
 
 TEST(PayloadFormatterTest, ABadFormatStringRaisesAfterTheFieldsAreRendered)
@@ -91,9 +87,8 @@ TEST(PayloadFormatterTest, ABadFormatStringRaisesAfterTheFieldsAreRendered)
         }
         ASSERT_FALSE(reason.empty()) << format;
         EXPECT_EQ(Format({format, "a", "b"}),
-                  Raised(Kiv::Exception(Kiv::String("Invalid String::Format(..) operation occurs with format "
-                                                    "string '") +
-                                        format + "': " + reason)));
+                  "Kiv::Exception: Invalid String::Format(..) operation occurs with format string '" +
+                      std::string(format) + "': " + reason);
     }
     EXPECT_EQ(Format({"{", Raw(24)}), Unsupported("Version"));
 }
