@@ -1,0 +1,138 @@
+#include <Nm/Internal/PayloadFormatter.h>
+
+#include <Kiv/Exceptions.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <utility>
+#include <vector>
+
+using namespace Kiv::System::Nm;
+using Kiv::System::Nm::Internal::PayloadFormatter;
+using Variant = TulVariant<512>;
+using Payload = std::vector<Variant>;
+
+namespace
+{
+Variant Raw(unsigned code, const char* bytes = "")
+{
+    Variant variant(static_cast<TulType>(code));
+    std::memcpy(variant.GetData(), bytes, std::strlen(bytes) + 1);
+    return variant;
+}
+
+// The text, or the type and message of what was raised.
+std::string Format(const Payload& payload)
+{
+    try
+    {
+        return PayloadFormatter(payload).ToString();
+    }
+    catch (const Kiv::Exception& e)
+    {
+        return e.GetTypeName() + ": " + e.GetMessage();
+    }
+}
+
+std::string Unsupported(const char* code)
+{
+    return std::string("Kiv::NotSupportedException: Payload: cannot format payload field with data type: ") +
+           code;
+}
+}  // namespace
+
+TEST(PayloadFormatterTest, FieldZeroIsTheFormatAndTheOthersItsArguments)
+{
+    EXPECT_EQ(Format({}), "");
+    EXPECT_EQ(Format({"{}"}), "{}");  // a lone format string is taken verbatim
+    EXPECT_EQ(Format({"a{}b", std::int32_t{7}}), "a7b");
+    EXPECT_EQ(Format({"{1}-{0}", "x", "y"}), "y-x");
+    EXPECT_EQ(Format({"{}!", "first", "unused"}), "first!");
+    EXPECT_EQ(Format({"{{{}}}", "{0}"}), "{{0}}");  // braces in an argument are not read
+    EXPECT_EQ(Format({std::int32_t{42}, "x"}), "42");
+    EXPECT_EQ(Format({Variant(), "x"}), "");
+}
+
+TEST(PayloadFormatterTest, FiftyFieldsAreTheLimitWhateverTheFieldsHold)
+{
+    Kiv::String format;
+    Payload payload{""};
+    for (std::uint32_t i = 1; i < 50; ++i)
+    {
+        format += "{}";
+        payload.emplace_back(i % 10);
+    }
+    payload[0] = Variant(format);
+    EXPECT_EQ(Format(payload), "1234567890123456789012345678901234567890123456789");
+    payload.emplace_back(Raw(0));
+    EXPECT_EQ(Format(payload), "Kiv::NotSupportedException: Payload: cannot format payload with 51 fields.");
+}
+
+TEST(PayloadFormatterTest, ABadFormatStringRaisesAfterTheFieldsAreRendered)
+{
+    for (const char* format : {"{", "{2}", "{}{0}", "{:d}"})
+    {
+        std::string reason;
+        try
+        {
+            (void)fmt::format(fmt::runtime(format), "a", "b");
+        }
+        catch (const fmt::format_error& e)
+        {
+            reason = e.what();
+        }
+        ASSERT_FALSE(reason.empty()) << format;
+        EXPECT_EQ(Format({format, "a", "b"}),
+                  "Kiv::Exception: Invalid String::Format(..) operation occurs with format string '" +
+                      std::string(format) + "': " + reason);
+    }
+    EXPECT_EQ(Format({"{", Raw(24)}), Unsupported("Version"));
+}
+
+TEST(PayloadFormatterTest, EachRenderableCodeHasItsOwnText)
+{
+    using std::numeric_limits;
+    const Kiv::DateTime time(Kiv::DateTime::UnixEpochTicks, Kiv::DateTimeKind::Utc);
+    const std::vector<std::pair<Variant, std::string>> cases = {
+        {Variant(), ""},
+        {true, "true"},
+        {false, "false"},
+        {std::uint8_t{65}, "A"},
+        {std::uint8_t{0}, std::string(1, '\0')},
+        {std::int8_t{-1}, "\xFF"},
+        {numeric_limits<std::int16_t>::min(), "-32768"},
+        {numeric_limits<std::uint16_t>::max(), "65535"},
+        {numeric_limits<std::int32_t>::min(), "-2147483648"},
+        {numeric_limits<std::uint32_t>::max(), "4294967295"},
+        {numeric_limits<std::int64_t>::min(), "-9223372036854775808"},
+        {numeric_limits<std::uint64_t>::max(), "18446744073709551615"},
+        {0.1, "0.1"},
+        {1e20, "1e+20"},
+        {0.1f, "0.10000000149011612"},  // widened before it is formatted
+        {"{0} stays", "{0} stays"},
+        {Raw(36, "thirty-six"), "thirty-six"},
+        {time, time.ToIso8601String()},
+    };
+    for (const auto& [value, text] : cases)
+    {
+        EXPECT_EQ(PayloadFormatter::FormatValue(value), text) << value.GetType();
+    }
+    EXPECT_EQ(Format({"{}|{}", true, std::uint8_t{66}}), "true|B");
+}
+
+TEST(PayloadFormatterTest, CodesWithoutAPayloadTextRaiseAndTheFirstSuchFieldDecides)
+{
+    const std::vector<std::pair<unsigned, const char*>> codes = {
+        {0, "None"},  {1, "Void"},      {3, "Char"},     {18, "Struct"},  {20, "Array"},  {24, "Version"},
+        {25, "Guid"}, {26, "String26"}, {41, "Alias32"}, {42, "Alias64"}, {28, "Object"}, {99, "99"},
+    };
+    for (const auto& [code, name] : codes)
+    {
+        EXPECT_EQ(Format({"{}", Raw(code)}), Unsupported(name));
+    }
+    EXPECT_EQ(Format({"{}{}", Raw(3), Raw(25)}), Unsupported("Char"));
+}
