@@ -126,6 +126,24 @@ TulPolicyAuthorizator::Grant ReadGrant(xmlDoc* document, xmlNode* element, const
     return grant;
 }
 
+struct FirstError
+{
+    long line = -1;
+    String message;
+};
+
+/// libxml2's structured error handler; the parser is the context, since its user data is itself.
+void KeepFirstError(void* context, xmlErrorPtr error)
+{
+    auto& first = *static_cast<FirstError*>(static_cast<xmlParserCtxtPtr>(context)->_private);
+    if (first.line < 0 && error != nullptr && error->level >= XML_ERR_ERROR)
+    {
+        first.line = error->line;
+        first.message = error->message != nullptr ? error->message : "Malformed XML";
+        first.message.erase(first.message.find_last_not_of(" \n") + 1);
+    }
+}
+
 bool Matches(const String& pattern, const char* value)
 {
     return pattern.empty() || pattern == "*" || pattern == (value != nullptr ? value : "");
@@ -148,16 +166,18 @@ TulPolicyAuthorizator::TulPolicyAuthorizator(const String& policyFile)
     {
         Place{policyFile, 0}.Fail("Cannot make an XML parser");
     }
+    // The first error tells what is wrong; libxml2 keeps only the last, often a consequence.
+    FirstError first;
+    parser->_private = &first;
+    parser->sax->serror = KeepFirstError;
     const std::unique_ptr<xmlDoc, void (*)(xmlDocPtr)> document(
         xmlCtxtReadMemory(parser.get(), content.data(), static_cast<int>(content.size()), policyFile.c_str(),
                           nullptr, XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING),
         xmlFreeDoc);
-    if (document == nullptr)
+    if (document == nullptr || first.line >= 0)
     {
-        const xmlError* error = xmlCtxtGetLastError(parser.get());
-        String message = error != nullptr && error->message != nullptr ? error->message : "Malformed XML";
-        message.erase(message.find_last_not_of(" \n") + 1);
-        Place{policyFile, error != nullptr ? error->line : 0}.Fail(message);
+        Place{policyFile, std::max(first.line, 0L)}.Fail(first.line >= 0 ? first.message
+                                                                         : String("Malformed XML"));
     }
     xmlNode* root = xmlDocGetRootElement(document.get());
     if (root == nullptr || Text(root->name) != "TulPolicy")
