@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace Kiv::System::Tul
@@ -63,6 +64,14 @@ void RemoveEndpointsAtExit()
     }
 }
 
+/// Whether this process serves the other end of `fd`: a provider that it is publishing just now.
+bool IsServedHere(int fd)
+{
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && peer.pid == getpid();
+}
+
 /// The working client for `providerName`, connected now if there is none; null if it can't be reached.
 /// `fresh` tells whether it was made now.
 TulClient* GetClient(const String& providerName, bool& fresh)
@@ -85,8 +94,12 @@ TulClient* GetClient(const String& providerName, bool& fresh)
     }
     // Connected unlocked, since the wait may be long; a client made meanwhile by another thread wins.
     const int fd = Internal::Connect(Internal::GetEndpointPath(settings, providerName), settings.connectWait);
-    if (fd < 0)
+    if (fd < 0 || (!settings.marshalLocalCalls && IsServedHere(fd)))
     {
+        if (fd >= 0)
+        {
+            close(fd);
+        }
         return nullptr;
     }
     auto client =
@@ -142,6 +155,15 @@ ITulService* GetRemoteService(const String& providerName, const String& serviceN
         return service;
     }
     return nullptr;
+}
+
+/// In this process the caller gets the service object itself; a guarded one checks each call against the
+/// identity of the calling thread's caller, which here is this process.
+ITulService* GetLocalService(const char* providerName, const char* serviceName)
+{
+    const auto publication = GetServiceRegistry().Find(providerName, serviceName);
+    return publication ? publication->factory->CreateServiceImpl(providerName, publication->authorizator)
+                       : nullptr;
 }
 
 void StopTransport(bool withAuthorizator) noexcept
@@ -275,15 +297,14 @@ ITulService* ServiceManager::GetService(const char* providerName, ITulServicePro
         return nullptr;
     }
     Internal::ServiceRegistry& registry = GetServiceRegistry();
-    if (!GetSettings().marshalLocalCalls && registry.HasProvider(providerName))
+    const bool direct = !GetSettings().marshalLocalCalls;
+    if (direct && registry.HasProvider(providerName))
     {
-        // In this process the caller gets the service object itself; a guarded one checks each call
-        // against the identity of the calling thread's caller, which here is this process.
-        const auto publication = registry.Find(providerName, serviceName);
-        return publication ? publication->factory->CreateServiceImpl(providerName, publication->authorizator)
-                           : nullptr;
+        return GetLocalService(providerName, serviceName);
     }
-    return GetRemoteService(providerName, serviceName, proxyFactory);
+    ITulService* service = GetRemoteService(providerName, serviceName, proxyFactory);
+    // No connection is made to this process's own endpoint: the provider was published here meanwhile.
+    return service == nullptr && direct ? GetLocalService(providerName, serviceName) : service;
 }
 
 ITulAuthorizator* ServiceManager::SetAuthorizator(ITulAuthorizator* authorizator) noexcept

@@ -32,11 +32,15 @@ void TulClient::Impl::Lock()
         throw InvalidOperationException("This thread holds the connection to provider '{0}' already",
                                         providerName);
     }
-    if (!callMutex.try_lock_for(callTimeLimit))
     {
-        throw CommunicationException(
-            "Call to provider '{0}' timed out after {1} ms waiting for the connection", providerName,
-            callTimeLimit.count());
+        std::unique_lock<std::mutex> lock(callMutex);
+        if (!released.wait_for(lock, callTimeLimit, [this] { return !busy; }))
+        {
+            throw CommunicationException(
+                "Call to provider '{0}' timed out after {1} ms waiting for the connection", providerName,
+                callTimeLimit.count());
+        }
+        busy = true;
     }
     owner = std::this_thread::get_id();
     if (broken)
@@ -62,7 +66,11 @@ void TulClient::Impl::Unlock()
     {
         CloseSocket();
     }
-    callMutex.unlock();
+    {
+        std::lock_guard<std::mutex> lock(callMutex);
+        busy = false;
+    }
+    released.notify_one();
 }
 
 void TulClient::Impl::Break(const String& reason) noexcept
@@ -92,10 +100,10 @@ void TulClient::Impl::ThrowBroken() const
 void TulClient::Impl::Close(const String& reason) noexcept
 {
     Break(reason);
-    if (callMutex.try_lock())
+    std::lock_guard<std::mutex> lock(callMutex);
+    if (!busy)
     {
         CloseSocket();
-        callMutex.unlock();
     }
 }
 

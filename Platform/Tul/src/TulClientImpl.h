@@ -6,14 +6,15 @@
 #include <Kiv/System/Tul/TulClient.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 namespace Kiv::System::Tul
 {
-/// The state of one connection. The socket and the buffers belong to the holder of callMutex, the
-/// transaction; `fd` changes only under both mutexes, so that Break may shut it down from any thread.
+/// The state of one connection. The socket and the buffers belong to the holder of the transaction; `fd`
+/// changes only under the transaction and stateMutex, so that Break may shut it down from any thread.
 class TulClient::Impl
 {
 public:
@@ -53,7 +54,11 @@ public:
 private:
     void CloseSocket() noexcept;
 
-    std::timed_mutex callMutex;
+    /// The transaction: `busy` under callMutex, `released` when it ends. (Not a timed mutex: the thread
+    /// sanitizer doesn't see its timed lock.)
+    std::mutex callMutex;
+    std::condition_variable released;
+    bool busy = false;
     std::atomic<std::thread::id> owner{};
     Internal::Clock::time_point deadline{};
     mutable std::mutex stateMutex;

@@ -115,6 +115,9 @@ protected:
     TulSettings settings;
     std::string directory;
     std::vector<std::unique_ptr<ChildProcess>> hosts;
+    // Members, so that they outlive their publication, which ends in TearDown.
+    Echo::EchoServiceFactory local;
+    Echo::EchoServiceFactory guarded{true};
 };
 }  // namespace
 
@@ -239,7 +242,6 @@ TEST_F(TulTransportMultiProcessTest, CallTimeLimitFailsAHungCallAndBreaksTheConn
 
 TEST_F(TulTransportMultiProcessTest, ProviderMayCallBackIntoItsWaitingCaller)
 {
-    Echo::EchoServiceFactory local;
     ServiceManager::PublishService("A", Echo::serviceName, local);
     StartHost("B");
     const auto b = GetEcho("B");
@@ -299,7 +301,6 @@ TEST_F(TulTransportMultiProcessTest, DefaultAuthorizatorRefusesACallerOfAnotherU
     {
         GTEST_SKIP() << "running a caller as another user needs root";
     }
-    Echo::EchoServiceFactory guarded(true);
     ServiceManager::PublishService("A", Echo::serviceName, guarded);
     std::vector<std::string> arguments = Arguments("call", "A");
     arguments.push_back("hi");
@@ -317,7 +318,6 @@ TEST_F(TulTransportMultiProcessTest, ShutdownLeavesNoThreadDescriptorOrEndpointA
 {
     const int threadsBefore = CountThreads();
     const int descriptorsBefore = CountTransportDescriptors();
-    Echo::EchoServiceFactory local;
     ServiceManager::PublishService("A", Echo::serviceName, local);
     ChildProcess& host = StartHost("B");
     const auto b = GetEcho("B");

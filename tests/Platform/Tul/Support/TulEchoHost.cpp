@@ -54,9 +54,9 @@ int Serve(const char* provider, int argc, char** argv)
     {
         ServiceManager::SetAuthorizator(&*policy);
     }
+    Echo::sleepNoticeFd = STDOUT_FILENO;
     Echo::EchoServiceFactory factory(guarded);
     ServiceManager::PublishService(provider, Echo::serviceName, factory);
-    Echo::sleepNoticeFd = STDOUT_FILENO;
     std::printf("ready\n");
     std::fflush(stdout);
     int signal = 0;
