@@ -21,8 +21,9 @@ TulServiceAuthorizator::TulServiceAuthorizator(const char* providerName, const c
 
 void TulServiceAuthorizator::AuthorizeServiceInvocation(const char* methodName) const
 {
-    static TulDefaultAuthorizator defaultAuthorizator;
-    ITulAuthorizator& policy = authorizator != nullptr ? *authorizator : defaultAuthorizator;
+    // Never destroyed: a server thread may still check a call while the process exits.
+    static auto* const defaultAuthorizator = new TulDefaultAuthorizator;
+    ITulAuthorizator& policy = authorizator != nullptr ? *authorizator : *defaultAuthorizator;
     const char* method = methodName != nullptr ? methodName : "";
     const TulCallerIdentity caller = TulCallerIdentity::GetCurrent();
     if (!policy.IsAuthorized(providerName.c_str(), serviceName.c_str(), method, caller))

@@ -3,7 +3,6 @@
 #include <Kiv/Exceptions.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <climits>
 #include <cstring>
@@ -76,7 +75,8 @@ String EncodeName(const String& name, bool keepDot)
     String encoded;
     for (const unsigned char c : name)
     {
-        if (std::isalnum(c) != 0 || c == '-' || c == '_' || (keepDot && c == '.'))
+        if ((c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '-' ||
+            c == '_' || (keepDot && c == '.'))
         {
             encoded += static_cast<char>(c);
         }

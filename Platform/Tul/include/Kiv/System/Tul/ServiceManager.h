@@ -13,7 +13,8 @@ class ITulServiceProxyFactory;
 /// The registry of published services: names are the only address, a provider name and a service name.
 /// A caller in the publishing process gets the service object itself; a caller in another process of the
 /// same system gets a proxy on a connection to the provider's endpoint (see TulSettings). All operations
-/// are safe to call from any thread; Configure, Shutdown and Reset must not be called from a service call.
+/// are safe to call from any thread. Shutdown and Reset wait for the calls that server threads are serving,
+/// so such a call must not call them, nor Configure or PublishService while they may run.
 class KIV_API ServiceManager
 {
 public:
@@ -38,9 +39,9 @@ public:
     /// A new service object for the service that `proxyFactory` names (GetServiceName) under
     /// `providerName`, owned by the caller; null if it can't be reached. For a provider published in this
     /// process it is made by the factory's CreateServiceImpl, with the installed authorizator, and called
-    /// directly. Otherwise it is a proxy from `proxyFactory` on the process's one connection to the
-    /// provider, made within the connect wait of the settings. Raises ArgumentException for a null
-    /// provider name.
+    /// directly (unless TulSettings::marshalLocalCalls). Otherwise it is a proxy from `proxyFactory` on the
+    /// process's one connection to the provider, made within the connect wait of the settings. Raises
+    /// ArgumentException for a null provider name.
     static ITulService* GetService(const char* providerName, ITulServiceProxyFactory& proxyFactory);
 
     /// Installs the policy handed to the factories of guarded services; null for the default one (see
