@@ -1,34 +1,237 @@
+#include "ServiceRegistry.h"
+#include "TulClientImpl.h"
+#include "TulServer.h"
+
 #include <Kiv/Exceptions.h>
+#include <Kiv/System/Tul/ITulService.h>
 #include <Kiv/System/Tul/ITulServiceFactory.h>
+#include <Kiv/System/Tul/ITulServiceProxy.h>
 #include <Kiv/System/Tul/ITulServiceProxyFactory.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
+#include <cstdlib>
 #include <map>
 #include <mutex>
-#include <shared_mutex>
 #include <string>
 #include <utility>
+#include <vector>
+
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace Kiv::System::Tul
 {
+using Internal::GetServiceRegistry;
+using Internal::TulServer;
+
 namespace
 {
-struct Registry
+struct Transport
 {
-    std::shared_mutex mutex;
-    /// Keyed by provider name and service name.
-    std::map<std::pair<std::string, std::string>, ITulServiceFactory*> factories;
-    ITulAuthorizator* authorizator = nullptr;
+    /// Serialises what starts or stops the server: PublishService, Configure, Shutdown. Held while the
+    /// server's threads are joined, so never taken on a server thread's way.
+    std::mutex lifecycleMutex;
+    /// Guards the fields below; held only briefly.
+    std::mutex mutex;
+    TulSettings settings;
+    std::unique_ptr<TulServer> server;
+    /// The working connection to each provider.
+    std::map<std::string, TulClient*> clients;
+    /// Every connection ever made: a proxy refers to its client by reference and may outlive Shutdown, so
+    /// a client object stays, without socket or buffers, until the process ends.
+    std::vector<std::unique_ptr<TulClient>> allClients;
+    /// While Shutdown runs, no new connection is made (a service call still running may ask for one).
+    bool closing = false;
+    pid_t serverPid = 0;
 };
 
-// Built at the first use, and never destroyed, so that a publication made or asked for during static
-// initialisation or destruction of another library finds it.
-Registry& GetRegistry()
+// Never destroyed, like the registry, and for the same reason.
+Transport& GetTransport()
 {
-    static auto* registry = new Registry;
-    return *registry;
+    static auto* transport = new Transport;
+    return *transport;
+}
+
+/// A process that ends without Shutdown leaves no endpoint files behind; its threads are left to the
+/// end of the process. Only the process that made them removes them, not a child that forked and exits.
+void RemoveEndpointsAtExit()
+{
+    Transport& transport = GetTransport();
+    std::unique_lock<std::mutex> lock(transport.mutex, std::try_to_lock);
+    if (lock.owns_lock() && transport.server != nullptr && transport.serverPid == getpid())
+    {
+        transport.server->RemoveEndpointFiles();
+    }
+}
+
+/// Whether this process serves the other end of `fd`: a provider that it is publishing just now.
+bool IsServedHere(int fd)
+{
+    ucred peer{};
+    socklen_t length = sizeof peer;
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && peer.pid == getpid();
+}
+
+/// The working client for `providerName`, connected now if there is none; null if it can't be reached.
+/// `fresh` tells whether it was made now.
+TulClient* GetClient(const String& providerName, bool& fresh)
+{
+    Transport& transport = GetTransport();
+    TulSettings settings;
+    {
+        std::lock_guard<std::mutex> lock(transport.mutex);
+        if (transport.closing)
+        {
+            return nullptr;
+        }
+        const auto found = transport.clients.find(providerName);
+        if (found != transport.clients.end() && !found->second->IsBroken())
+        {
+            fresh = false;
+            return found->second;
+        }
+        settings = transport.settings;
+    }
+    // Connected unlocked, since the wait may be long; a client made meanwhile by another thread wins.
+    const int fd = Internal::Connect(Internal::GetEndpointPath(settings, providerName), settings.connectWait);
+    if (fd < 0 || (!settings.marshalLocalCalls && IsServedHere(fd)))
+    {
+        if (fd >= 0)
+        {
+            close(fd);
+        }
+        return nullptr;
+    }
+    auto client =
+        Internal::TulClientAccess::Make(std::make_unique<TulClient::Impl>(providerName, fd, settings));
+    std::lock_guard<std::mutex> lock(transport.mutex);
+    if (transport.closing)
+    {
+        return nullptr;
+    }
+    TulClient*& slot = transport.clients[providerName];
+    if (slot != nullptr && !slot->IsBroken())
+    {
+        fresh = false;
+        return slot;
+    }
+    transport.allClients.push_back(std::move(client));
+    slot = transport.allClients.back().get();
+    fresh = true;
+    return slot;
+}
+
+ITulService* GetRemoteService(const String& providerName, const String& serviceName,
+                              ITulServiceProxyFactory& proxyFactory)
+{
+    // A connection that was fine when last used may have lost its provider since: then one new try.
+    for (int attempt = 0; attempt < 2; ++attempt)
+    {
+        bool fresh = false;
+        TulClient* client = GetClient(providerName, fresh);
+        if (client == nullptr)
+        {
+            return nullptr;
+        }
+        std::pair<std::uint16_t, std::uint16_t> handles;
+        try
+        {
+            handles = Internal::TulClientAccess::Get(*client).Resolve(serviceName);
+        }
+        catch (const Exception&)
+        {
+            if (fresh || !client->IsBroken())
+            {
+                return nullptr;
+            }
+            continue;
+        }
+        ITulServiceProxy* proxy = proxyFactory.CreateServiceProxy(handles.first, handles.second, *client);
+        auto* service = dynamic_cast<ITulService*>(proxy);
+        if (service == nullptr)
+        {
+            delete proxy;
+        }
+        return service;
+    }
+    return nullptr;
+}
+
+/// In this process the caller gets the service object itself; a guarded one checks each call against the
+/// identity of the calling thread's caller, which here is this process.
+ITulService* GetLocalService(const char* providerName, const char* serviceName)
+{
+    const auto publication = GetServiceRegistry().Find(providerName, serviceName);
+    return publication ? publication->factory->CreateServiceImpl(providerName, publication->authorizator)
+                       : nullptr;
+}
+
+void StopTransport(bool withAuthorizator) noexcept
+{
+    Transport& transport = GetTransport();
+    std::lock_guard<std::mutex> lifecycle(transport.lifecycleMutex);
+    std::unique_ptr<TulServer> server;
+    std::vector<TulClient*> open;
+    {
+        std::lock_guard<std::mutex> lock(transport.mutex);
+        transport.closing = true;
+        server = std::move(transport.server);
+        for (const auto& [provider, client] : transport.clients)
+        {
+            open.push_back(client);
+        }
+        transport.clients.clear();
+    }
+    // Clients first: a server thread in a call to another process is woken by it.
+    for (TulClient* client : open)
+    {
+        Internal::TulClientAccess::Get(*client).Close("the service manager was shut down");
+    }
+    GetServiceRegistry().Clear(withAuthorizator);
+    server.reset();
+    std::lock_guard<std::mutex> lock(transport.mutex);
+    transport.closing = false;
 }
 }  // namespace
+
+void ServiceManager::Configure(const TulSettings& settings)
+{
+    if (settings.systemName.empty())
+    {
+        throw ArgumentException::Create("systemName", "", "A system needs a name");
+    }
+    if (settings.endpointDirectory.empty())
+    {
+        throw ArgumentException::Create("endpointDirectory", "", "Endpoints need a directory");
+    }
+    if (settings.connectWait.count() < 0 || settings.callTimeLimit.count() < 0)
+    {
+        throw ArgumentException::Create("settings",
+                                        settings.connectWait.count() < 0 ? "connectWait" : "callTimeLimit",
+                                        "A wait or time limit cannot be negative");
+    }
+    if (settings.maxFrameSize < 64 || settings.maxFrameSize > UINT32_MAX)
+    {
+        throw ArgumentException::Create("maxFrameSize", settings.maxFrameSize,
+                                        "The maximum frame size must be at least 64 bytes and fit 32 bits");
+    }
+    Transport& transport = GetTransport();
+    std::lock_guard<std::mutex> lifecycle(transport.lifecycleMutex);
+    std::lock_guard<std::mutex> lock(transport.mutex);
+    if (transport.server != nullptr || !transport.clients.empty())
+    {
+        throw InvalidOperationException(
+            "The settings cannot change while endpoints or connections are open; call Shutdown first");
+    }
+    transport.settings = settings;
+}
+
+TulSettings ServiceManager::GetSettings()
+{
+    Transport& transport = GetTransport();
+    std::lock_guard<std::mutex> lock(transport.mutex);
+    return transport.settings;
+}
 
 void ServiceManager::PublishService(const char* providerName, const char* serviceName,
                                     ITulServiceFactory& factory)
@@ -42,9 +245,43 @@ void ServiceManager::PublishService(const char* providerName, const char* servic
         throw ArgumentException::Create("serviceName", serviceName == nullptr ? "null" : "",
                                         "A service needs a service name");
     }
-    Registry& registry = GetRegistry();
-    std::unique_lock<std::shared_mutex> lock(registry.mutex);
-    registry.factories[{providerName, serviceName}] = &factory;
+    Transport& transport = GetTransport();
+    std::lock_guard<std::mutex> lifecycle(transport.lifecycleMutex);
+    TulServer* server = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(transport.mutex);
+        if (transport.server == nullptr)
+        {
+            transport.server = std::make_unique<TulServer>(transport.settings);
+            if (transport.serverPid == 0)
+            {
+                std::atexit(RemoveEndpointsAtExit);
+            }
+            transport.serverPid = getpid();
+        }
+        server = transport.server.get();
+    }
+    if (!server->Serves(providerName))
+    {
+        try
+        {
+            server->AddEndpoint(providerName);
+        }
+        catch (...)
+        {
+            // A server that serves nothing would only keep the settings from changing.
+            if (!server->HasEndpoints())
+            {
+                std::unique_ptr<TulServer> idle;
+                {
+                    std::lock_guard<std::mutex> lock(transport.mutex);
+                    idle = std::move(transport.server);
+                }
+            }
+            throw;
+        }
+    }
+    GetServiceRegistry().Publish(providerName, serviceName, factory);
 }
 
 ITulService* ServiceManager::GetService(const char* providerName, ITulServiceProxyFactory& proxyFactory)
@@ -59,39 +296,29 @@ ITulService* ServiceManager::GetService(const char* providerName, ITulServicePro
     {
         return nullptr;
     }
-    Registry& registry = GetRegistry();
-    ITulServiceFactory* factory = nullptr;
-    ITulAuthorizator* authorizator = nullptr;
+    Internal::ServiceRegistry& registry = GetServiceRegistry();
+    const bool direct = !GetSettings().marshalLocalCalls;
+    if (direct && registry.HasProvider(providerName))
     {
-        std::shared_lock<std::shared_mutex> lock(registry.mutex);
-        const auto found = registry.factories.find({providerName, serviceName});
-        if (found == registry.factories.end())
-        {
-            return nullptr;
-        }
-        factory = found->second;
-        authorizator = registry.authorizator;
+        return GetLocalService(providerName, serviceName);
     }
-    // The factory runs unlocked: it may take its time or publish or fetch services itself. In this process
-    // the caller gets the service object directly; a guarded one checks each call against the identity of
-    // the calling thread's caller, which here is this process.
-    return factory->CreateServiceImpl(providerName, authorizator);
+    ITulService* service = GetRemoteService(providerName, serviceName, proxyFactory);
+    // No connection is made to this process's own endpoint: the provider was published here meanwhile.
+    return service == nullptr && direct ? GetLocalService(providerName, serviceName) : service;
 }
 
 ITulAuthorizator* ServiceManager::SetAuthorizator(ITulAuthorizator* authorizator) noexcept
 {
-    Registry& registry = GetRegistry();
-    std::unique_lock<std::shared_mutex> lock(registry.mutex);
-    ITulAuthorizator* previous = registry.authorizator;
-    registry.authorizator = authorizator;
-    return previous;
+    return GetServiceRegistry().SetAuthorizator(authorizator);
+}
+
+void ServiceManager::Shutdown() noexcept
+{
+    StopTransport(false);
 }
 
 void ServiceManager::Reset() noexcept
 {
-    Registry& registry = GetRegistry();
-    std::unique_lock<std::shared_mutex> lock(registry.mutex);
-    registry.factories.clear();
-    registry.authorizator = nullptr;
+    StopTransport(true);
 }
 }  // namespace Kiv::System::Tul

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulSettings.h>
 
 namespace Kiv::System::Tul
 {
@@ -10,30 +11,49 @@ class ITulServiceFactory;
 class ITulServiceProxyFactory;
 
 /// The registry of published services: names are the only address, a provider name and a service name.
-/// A caller in the publishing process gets the service object itself, made by the factory at each
-/// GetService. All operations are safe to call from any thread.
+/// A caller in the publishing process gets the service object itself; a caller in another process of the
+/// same system gets a proxy on a connection to the provider's endpoint (see TulSettings). All operations
+/// are safe to call from any thread. Shutdown and Reset wait for the calls that server threads are serving,
+/// so such a call must not call them, nor Configure or PublishService while they may run.
 class KIV_API ServiceManager
 {
 public:
     ServiceManager() = delete;
 
-    /// Makes the service of `factory` available under the two names. Publishing the same names again
-    /// replaces the earlier publication. The factory is not owned and must outlive the publication.
-    /// Raises ArgumentException for a null name or an empty service name.
+    /// Sets how this process meets others. Raises ArgumentException for an empty system name or endpoint
+    /// directory, a negative wait or limit, or a maximum frame size below 64 bytes, and
+    /// InvalidOperationException while endpoints or connections are open (before the first PublishService
+    /// or remote GetService, or after Shutdown, it works).
+    static void Configure(const TulSettings& settings);
+    static TulSettings GetSettings();
+
+    /// Makes the service of `factory` available under the two names, to this process and, through the
+    /// provider's endpoint, to the others of the system. Publishing the same names again replaces the
+    /// earlier publication. The factory is not owned and must outlive the publication. Raises
+    /// ArgumentException for a null name, an empty service name or an endpoint path too long for a
+    /// socket, InvalidOperationException when another live process serves the provider, and
+    /// CommunicationException when the endpoint cannot be made.
     static void PublishService(const char* providerName, const char* serviceName,
                                ITulServiceFactory& factory);
 
     /// A new service object for the service that `proxyFactory` names (GetServiceName) under
-    /// `providerName`, owned by the caller; null if no such service is published or the factory makes
-    /// none. The object comes from the factory's CreateServiceImpl with the published provider name and
-    /// the installed authorizator. Raises ArgumentException for a null provider name.
+    /// `providerName`, owned by the caller; null if it can't be reached. For a provider published in this
+    /// process it is made by the factory's CreateServiceImpl, with the installed authorizator, and called
+    /// directly (unless TulSettings::marshalLocalCalls). Otherwise it is a proxy from `proxyFactory` on the
+    /// process's one connection to the provider, made within the connect wait of the settings. Raises
+    /// ArgumentException for a null provider name.
     static ITulService* GetService(const char* providerName, ITulServiceProxyFactory& proxyFactory);
 
-    /// Installs the policy handed to the factories of guarded services; null for none. Not owned.
-    /// Returns the one installed before.
+    /// Installs the policy handed to the factories of guarded services; null for the default one (see
+    /// TulServiceAuthorizator). Not owned. Returns the one installed before.
     static ITulAuthorizator* SetAuthorizator(ITulAuthorizator* authorizator) noexcept;
 
-    /// Withdraws every publication and the authorizator, so that a test starts from nothing.
+    /// The host's last call: withdraws every publication, stops the server threads, closes every
+    /// connection and removes this process's endpoints. Proxies still held fail from now on with
+    /// CommunicationException. Settings and authorizator stay, so a new setup can follow.
+    static void Shutdown() noexcept;
+
+    /// Shutdown, and forgets the authorizator, so that a test starts from nothing.
     static void Reset() noexcept;
 };
 }  // namespace Kiv::System::Tul

@@ -1,0 +1,403 @@
+#include "TulServer.h"
+
+#include "ServiceRegistry.h"
+#include "WireText.h"
+
+#include <Kiv/Exceptions.h>
+#include <Kiv/System/Tul/ITulServiceFactory.h>
+#include <Kiv/System/Tul/ITulServiceStub.h>
+#include <Kiv/System/Tul/RemotingReader.h>
+#include <Kiv/System/Tul/RemotingWriter.h>
+#include <Kiv/System/Tul/TulExceptionRegistry.h>
+#include <Kiv/System/Tul/TulServerContext.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <thread>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Kiv::System::Tul::Internal
+{
+using Commons::Threading::Thread;
+using Commons::Threading::ThreadSettings;
+
+namespace
+{
+/// The stubs of one connection, made at the first call of a service and kept while it lasts; a stub is
+/// made anew when the service was published again with another factory.
+struct CachedStub
+{
+    ITulServiceFactory* factory = nullptr;
+    std::unique_ptr<ITulServiceStub> stub;
+};
+using Stubs = std::map<std::uint16_t, CachedStub>;
+
+void WriteFailure(RemotingWriter& writer, std::exception_ptr error)
+{
+    writer.Reset();
+    writer.WriteConfirmation(true);
+    TulExceptionRegistry::Write(writer, std::move(error));
+}
+
+ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles handles, Stubs& stubs)
+{
+    const auto publication = GetServiceRegistry().FindByHandles(handles);
+    if (!publication || publication->providerName != providerName)
+    {
+        throw InvalidOperationException("Provider '{0}' has no service of handle {1}", providerName,
+                                        handles.service);
+    }
+    CachedStub& cached = stubs[handles.service];
+    if (cached.stub == nullptr || cached.factory != publication->factory)
+    {
+        cached.stub.reset(publication->factory->CreateServiceStub(publication->providerName.c_str(),
+                                                                  publication->authorizator));
+        cached.factory = publication->factory;
+        if (cached.stub == nullptr)
+        {
+            throw InvalidOperationException("The factory of service '{0}' of provider '{1}' makes no stub",
+                                            publication->serviceName, providerName);
+        }
+    }
+    return *cached.stub;
+}
+
+/// Serves one request into `writer`. Every failure, of the request or of the operation, becomes the
+/// response; `header` gets the handles of a resolved service.
+void Handle(const String& providerName, const TulCallerIdentity& caller, FrameHeader& header,
+            const std::vector<std::uint8_t>& body, RemotingWriter& writer, Stubs& stubs)
+{
+    RemotingReader reader(body.data(), body.size());
+    try
+    {
+        if (header.kind == FrameKind::Resolve)
+        {
+            const String provider = ReadText(reader);
+            const String service = ReadText(reader);
+            const auto handles =
+                provider == providerName ? GetServiceRegistry().GetHandles(provider, service) : std::nullopt;
+            if (!handles)
+            {
+                throw InvalidOperationException("Service '{0}' is not published by provider '{1}'", service,
+                                                provider);
+            }
+            header.providerHandle = handles->provider;
+            header.serviceHandle = handles->service;
+            writer.WriteConfirmation(false);
+            return;
+        }
+        if (header.kind != FrameKind::Invoke)
+        {
+            throw CommunicationException("A frame of kind {0} is no request", static_cast<int>(header.kind));
+        }
+        ITulServiceStub& stub = GetStub(providerName, {header.providerHandle, header.serviceHandle}, stubs);
+        TulServerContext context(reader, writer);
+        {
+            TulCallerIdentity::Scope scope(caller);
+            stub.Invoke(header.methodId, context);
+        }
+        if (context.IsAborted())
+        {
+            throw CommunicationException(Exception::Verbatim{}, context.GetAbortText());
+        }
+    }
+    catch (...)
+    {
+        WriteFailure(writer, std::current_exception());
+    }
+}
+}  // namespace
+
+TulServer::TulServer(const TulSettings& settings)
+    : settings(settings), wakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    if (wakeFd < 0)
+    {
+        throw CommunicationException("Cannot make the server's wake-up event: {0}", std::strerror(errno));
+    }
+    acceptThread = std::make_unique<Thread>(Commons::Threading::MakeDelegate(this, &TulServer::AcceptLoop),
+                                            nullptr, ThreadSettings{"TulAccept"});
+    try
+    {
+        acceptThread->Start();
+    }
+    catch (...)
+    {
+        close(wakeFd);
+        throw;
+    }
+}
+
+TulServer::~TulServer()
+{
+    Stop();
+}
+
+void TulServer::AddEndpoint(const String& providerName)
+{
+    const String path = GetEndpointPath(settings, providerName);
+    const int fd = Listen(path, providerName);
+    struct stat status = {};
+    stat(path.c_str(), &status);
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        endpoints.push_back({providerName, path, fd, status.st_dev, status.st_ino});
+    }
+    Wake();
+}
+
+bool TulServer::Serves(const String& providerName) const
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    return std::any_of(endpoints.begin(), endpoints.end(),
+                       [&](const Endpoint& endpoint) { return endpoint.providerName == providerName; });
+}
+
+bool TulServer::HasEndpoints() const
+{
+    std::lock_guard<std::mutex> lock(mutex);
+    return !endpoints.empty();
+}
+
+void TulServer::Wake() noexcept
+{
+    if (wakeFd >= 0)
+    {
+        const std::uint64_t one = 1;
+        [[maybe_unused]] const ssize_t written = write(wakeFd, &one, sizeof one);
+    }
+}
+
+void TulServer::AcceptLoop(void*)
+{
+    std::vector<Endpoint> watching;
+    std::vector<pollfd> watched;
+    for (;;)
+    {
+        std::list<std::unique_ptr<Connection>> ended;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (stopping)
+            {
+                return;
+            }
+            watching = endpoints;
+            for (auto it = connections.begin(); it != connections.end();)
+            {
+                const auto current = it++;
+                if ((*current)->finished)
+                {
+                    ended.splice(ended.end(), connections, current);
+                }
+            }
+        }
+        for (const auto& connection : ended)
+        {
+            connection->thread->Join();
+            close(connection->fd);
+        }
+        watched.assign(1, pollfd{wakeFd, POLLIN, 0});
+        for (const Endpoint& endpoint : watching)
+        {
+            watched.push_back({endpoint.fd, POLLIN, 0});
+        }
+        if (poll(watched.data(), watched.size(), -1) < 0)
+        {
+            continue;  // EINTR
+        }
+        if (watched[0].revents != 0)
+        {
+            std::uint64_t count = 0;
+            [[maybe_unused]] const ssize_t read = ::read(wakeFd, &count, sizeof count);
+        }
+        for (std::size_t i = 1; i < watched.size(); ++i)
+        {
+            if (watched[i].revents != 0)
+            {
+                Accept(watching[i - 1]);
+            }
+        }
+    }
+}
+
+void TulServer::Accept(const Endpoint& endpoint)
+{
+    for (;;)
+    {
+        const int fd = accept4(endpoint.fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        if (fd < 0)
+        {
+            if (errno == EINTR || errno == ECONNABORTED)
+            {
+                continue;
+            }
+            if (errno != EAGAIN)
+            {
+                // Out of descriptors or memory, say: wait a little rather than spin on the ready socket.
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+            return;
+        }
+        ucred credentials{};
+        socklen_t length = sizeof credentials;
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0)
+        {
+            close(fd);
+            continue;
+        }
+        auto connection = std::make_unique<Connection>();
+        connection->fd = fd;
+        connection->providerName = endpoint.providerName;
+        connection->caller = {credentials.uid, credentials.gid, credentials.pid};
+        Connection& serving = *connection;
+        connection->thread = std::make_unique<Thread>([this, &serving](void*) { Serve(serving); }, nullptr,
+                                                      ThreadSettings{"TulConn"});
+        try
+        {
+            connection->thread->Start();
+        }
+        catch (const Exception&)
+        {
+            close(fd);  // the caller sees the connection closed
+            continue;
+        }
+        std::lock_guard<std::mutex> lock(mutex);
+        connections.push_back(std::move(connection));
+    }
+}
+
+void TulServer::Serve(Connection& connection)
+{
+    try
+    {
+        RemotingWriter writer;
+        std::vector<std::uint8_t> body;
+        Stubs stubs;
+        for (;;)
+        {
+            FrameHeader header;
+            if (ReceiveHeader(connection.fd, header, NoDeadline) != IoResult::Ok)
+            {
+                break;
+            }
+            writer.Reset();
+            if (header.frameSize > settings.maxFrameSize)
+            {
+                if (DiscardBytes(connection.fd, header.GetBodySize(), NoDeadline) != IoResult::Ok)
+                {
+                    break;
+                }
+                WriteFailure(
+                    writer,
+                    std::make_exception_ptr(CommunicationException(
+                        "Request of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
+                        header.frameSize, settings.maxFrameSize, connection.providerName)));
+            }
+            else
+            {
+                body.resize(header.GetBodySize());
+                if (ReceiveBytes(connection.fd, body.data(), body.size(), NoDeadline) != IoResult::Ok)
+                {
+                    break;
+                }
+                Handle(connection.providerName, connection.caller, header, body, writer, stubs);
+            }
+            if (FrameHeader::Size + writer.GetSize() > settings.maxFrameSize)
+            {
+                const std::size_t size = FrameHeader::Size + writer.GetSize();
+                WriteFailure(
+                    writer,
+                    std::make_exception_ptr(CommunicationException(
+                        "Response of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
+                        size, settings.maxFrameSize, connection.providerName)));
+            }
+            header.kind = FrameKind::Response;
+            header.frameSize = static_cast<std::uint32_t>(FrameHeader::Size + writer.GetSize());
+            if (SendFrame(connection.fd, header, writer.GetData(), writer.GetSize(), NoDeadline) !=
+                IoResult::Ok)
+            {
+                break;
+            }
+        }
+    }
+    catch (...)
+    {
+        // Out of memory, say: this connection ends, and its caller sees it closed.
+    }
+    connection.finished = true;
+    Wake();
+}
+
+void TulServer::RemoveEndpoint(const Endpoint& endpoint) noexcept
+{
+    // Only the file this server made: after a stale one was replaced, the path may be another process's.
+    struct stat status = {};
+    if (stat(endpoint.path.c_str(), &status) == 0 && status.st_dev == endpoint.device &&
+        status.st_ino == endpoint.inode)
+    {
+        unlink(endpoint.path.c_str());
+    }
+}
+
+void TulServer::Stop() noexcept
+{
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        stopping = true;
+    }
+    Wake();
+    if (acceptThread != nullptr && acceptThread->IsJoinable())
+    {
+        acceptThread->Join();
+    }
+    // The accept thread is gone, so the list is complete.
+    std::list<std::unique_ptr<Connection>> ending;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        ending.swap(connections);
+    }
+    for (const auto& connection : ending)
+    {
+        shutdown(connection->fd, SHUT_RDWR);
+    }
+    for (const auto& connection : ending)
+    {
+        connection->thread->Join();
+        close(connection->fd);
+    }
+    std::vector<Endpoint> removing;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        removing.swap(endpoints);
+    }
+    for (const Endpoint& endpoint : removing)
+    {
+        close(endpoint.fd);
+        RemoveEndpoint(endpoint);
+    }
+    if (wakeFd >= 0)
+    {
+        close(wakeFd);
+        wakeFd = -1;
+    }
+}
+
+void TulServer::RemoveEndpointFiles() noexcept
+{
+    std::unique_lock<std::mutex> lock(mutex, std::try_to_lock);
+    if (lock.owns_lock())
+    {
+        for (const Endpoint& endpoint : endpoints)
+        {
+            RemoveEndpoint(endpoint);
+        }
+    }
+}
+}  // namespace Kiv::System::Tul::Internal

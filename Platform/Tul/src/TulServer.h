@@ -1,0 +1,76 @@
+#pragma once
+
+#include "TulSocket.h"
+
+#include <Kiv/System/Tul/TulCallerIdentity.h>
+#include <Kiv/Threading/Thread.h>
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace Kiv::System::Tul::Internal
+{
+/// The server side of this process: one endpoint per provider it publishes, a thread "TulAccept" that
+/// accepts on all of them, and a thread "TulConn" per connection, so that a slow call from one process
+/// never holds up another's, and a call may call back into its caller's process. A connection's thread
+/// serves its requests in order, each with the stubs of that connection, under the caller's identity.
+class TulServer
+{
+public:
+    explicit TulServer(const TulSettings& settings);
+    TulServer(const TulServer&) = delete;
+    TulServer& operator=(const TulServer&) = delete;
+    /// Stops: see Stop.
+    ~TulServer();
+
+    /// Serves `providerName` from now on; raises as Listen does.
+    void AddEndpoint(const String& providerName);
+    bool Serves(const String& providerName) const;
+    bool HasEndpoints() const;
+
+    /// Stops accepting, ends every connection (shutdown(2) wakes a thread waiting for a request; one in a
+    /// service call finishes that call), joins all threads, closes all sockets and removes the endpoints.
+    void Stop() noexcept;
+    /// Removes the endpoint files and nothing else; for the end of a process that didn't stop the server.
+    void RemoveEndpointFiles() noexcept;
+
+private:
+    struct Endpoint
+    {
+        String providerName;
+        String path;
+        int fd;
+        dev_t device;
+        ino_t inode;
+    };
+
+    struct Connection
+    {
+        int fd = -1;
+        String providerName;
+        TulCallerIdentity caller;
+        std::unique_ptr<Commons::Threading::Thread> thread;
+        std::atomic<bool> finished{false};
+    };
+
+    void AcceptLoop(void*);
+    void Accept(const Endpoint& endpoint);
+    void Serve(Connection& connection);
+    /// Wakes the accept thread, to stop, to watch a new endpoint or to reap ended connections.
+    void Wake() noexcept;
+    void RemoveEndpoint(const Endpoint& endpoint) noexcept;
+
+    const TulSettings settings;
+    int wakeFd;
+    mutable std::mutex mutex;
+    std::vector<Endpoint> endpoints;
+    std::list<std::unique_ptr<Connection>> connections;
+    bool stopping = false;
+    std::unique_ptr<Commons::Threading::Thread> acceptThread;
+};
+}  // namespace Kiv::System::Tul::Internal

@@ -1,0 +1,80 @@
+#pragma once
+
+// The wire of the transport: frames on Unix stream sockets, and the endpoints they meet at.
+
+#include <Kiv/BasicString.h>
+#include <Kiv/System/Tul/TulSettings.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace Kiv::System::Tul::Internal
+{
+using Clock = std::chrono::steady_clock;
+constexpr Clock::time_point NoDeadline = Clock::time_point::max();
+
+enum class FrameKind : std::uint8_t
+{
+    /// Body: provider name and service name (see WriteText). The response carries the handles in its
+    /// header, and a confirmation (or failure) in its body.
+    Resolve = 1,
+    /// Body: the arguments, as the proxy wrote them.
+    Invoke = 2,
+    /// Body: the confirmation and the result, or the failure (TulExceptionRegistry).
+    Response = 3
+};
+
+/// The 12 bytes in front of every frame, little-endian: the size of the whole frame (uint32), the kind,
+/// a zero byte, then provider handle, service handle and method id (uint16 each). A response repeats the
+/// three numbers of its request.
+struct FrameHeader
+{
+    static constexpr std::size_t Size = 12;
+
+    std::uint32_t frameSize = 0;
+    FrameKind kind = FrameKind::Response;
+    std::uint16_t providerHandle = 0;
+    std::uint16_t serviceHandle = 0;
+    std::uint16_t methodId = 0;
+
+    std::size_t GetBodySize() const noexcept { return frameSize - Size; }
+};
+
+enum class IoResult
+{
+    Ok,
+    /// The peer closed the connection, or it was shut down here.
+    Closed,
+    TimedOut,
+    /// A header that is no frame header.
+    Malformed,
+    /// A system call failed; errno tells why.
+    Failed
+};
+
+/// What went wrong, for a message: "the peer closed the connection" and so on. Call right after the
+/// failed operation, since it reads errno for Failed.
+String DescribeFailure(IoResult result, const char* operation);
+
+/// All I/O waits with poll until `deadline` (NoDeadline: for ever) and never blocks otherwise, so that
+/// shutdown(2) of the socket by another thread ends it at once.
+IoResult SendFrame(int fd, FrameHeader header, const void* body, std::size_t bodySize,
+                   Clock::time_point deadline);
+IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline);
+IoResult ReceiveBytes(int fd, void* data, std::size_t size, Clock::time_point deadline);
+IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline);
+
+/// The endpoint of `providerName` in the system of `settings` (see TulSettings::endpointDirectory).
+String GetEndpointPath(const TulSettings& settings, const String& providerName);
+
+/// Binds and listens at `path`, replacing a stale endpoint that no process accepts on. Returns the
+/// non-blocking listening socket. Raises ArgumentException for a path too long for a socket,
+/// InvalidOperationException when a live process listens there, CommunicationException for other
+/// failures.
+int Listen(const String& path, const String& providerName);
+
+/// Connects to `path`, trying again while it doesn't exist or refuses until `wait` has passed. Returns
+/// the non-blocking socket, or -1.
+int Connect(const String& path, std::chrono::milliseconds wait);
+}  // namespace Kiv::System::Tul::Internal

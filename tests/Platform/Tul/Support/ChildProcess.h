@@ -1,0 +1,114 @@
+#pragma once
+
+// A helper process of a multi-process test: started by fork and exec, with its standard output on a
+// pipe, and always killed and reaped when the object goes.
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+class ChildProcess
+{
+public:
+    /// Runs `path` with `arguments`; as user and group `uid` when given.
+    ChildProcess(const std::string& path, const std::vector<std::string>& arguments,
+                 std::optional<uid_t> uid = std::nullopt)
+    {
+        // Everything the child needs is made before fork: after it, this process's other threads may hold
+        // locks that the child would wait for.
+        std::vector<char*> argv{const_cast<char*>(path.c_str())};
+        for (const std::string& argument : arguments)
+        {
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        }
+        argv.push_back(nullptr);
+        int fds[2];
+        if (pipe2(fds, O_CLOEXEC) != 0)
+        {
+            ADD_FAILURE() << "pipe2 failed";
+            return;
+        }
+        pid = fork();
+        if (pid == 0)
+        {
+            dup2(fds[1], STDOUT_FILENO);
+            if (uid && (setgroups(0, nullptr) != 0 || setgid(*uid) != 0 || setuid(*uid) != 0))
+            {
+                _exit(126);
+            }
+            execv(argv[0], argv.data());
+            _exit(127);
+        }
+        close(fds[1]);
+        output = fds[0];
+        EXPECT_GT(pid, 0) << "fork failed";
+    }
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+    ~ChildProcess()
+    {
+        Stop(SIGKILL);
+        if (output >= 0)
+        {
+            close(output);
+        }
+    }
+
+    pid_t GetPid() const { return pid; }
+
+    /// The next line it prints, without its end; empty when none comes in time or the pipe closes.
+    std::string ReadLine(std::chrono::milliseconds timeout = std::chrono::seconds(30))
+    {
+        const auto deadline = std::chrono::steady_clock::now() + timeout;
+        for (;;)
+        {
+            if (const auto end = buffered.find('\n'); end != std::string::npos)
+            {
+                std::string line = buffered.substr(0, end);
+                buffered.erase(0, end + 1);
+                return line;
+            }
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+            pollfd entry{output, POLLIN, 0};
+            char chunk[256];
+            const ssize_t got = left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0
+                                    ? read(output, chunk, sizeof chunk)
+                                    : 0;
+            if (got <= 0)
+            {
+                return "";
+            }
+            buffered.append(chunk, static_cast<std::size_t>(got));
+        }
+    }
+
+    /// Sends `signal` unless it ended, and waits for its end; returns the wait status.
+    int Stop(int signal)
+    {
+        if (pid > 0 && status < 0)
+        {
+            kill(pid, signal);
+            while (waitpid(pid, &status, 0) < 0 && errno == EINTR)
+            {
+            }
+        }
+        return status;
+    }
+
+private:
+    pid_t pid = -1;
+    int output = -1;
+    int status = -1;
+    std::string buffered;
+};
