@@ -1,5 +1,8 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
+
 #include <Nm/GenericPayload.h>
 #include <Nm/IPayload.h>
 
@@ -36,8 +39,9 @@ protected:
     GenericPayload payload;
 
 private:
-    // Read and written without a lock: racing first uses get the same id from the broker.
-    static inline PayloadTypeId cachedPayloadTypeId{};
+    // The setup generation in the high half, the id in the low. Racing first uses get the same id from
+    // the broker and store the same value, so a plain relaxed store will do.
+    static inline std::atomic<std::uint64_t> cachedPayloadTypeId{0};
 };
 }  // namespace Kiv::System::Nm
 

@@ -8,12 +8,16 @@ namespace Kiv::System::Nm
 template <class T>
 PayloadTypeId SpecializedPayload<T>::GetPayloadTypeId()
 {
-    if (cachedPayloadTypeId == PayloadTypeId(0))
+    const std::uint64_t generation = SpecializedPayloadHelper::GetSetupGeneration();
+    const std::uint64_t cached = cachedPayloadTypeId.load(std::memory_order_relaxed);
+    if ((cached >> 32) == generation && (cached & 0xFFFFu) != 0)
     {
-        cachedPayloadTypeId =
-            SpecializedPayloadHelper::GetINotificationManagerInfo().GetPayloadTypeId(GetPayloadTypeName());
+        return PayloadTypeId(static_cast<std::uint16_t>(cached & 0xFFFFu));
     }
-    return cachedPayloadTypeId;
+    const PayloadTypeId id =
+        SpecializedPayloadHelper::GetINotificationManagerInfo().GetPayloadTypeId(GetPayloadTypeName());
+    cachedPayloadTypeId.store((generation << 32) | id.GetValue(), std::memory_order_relaxed);
+    return id;
 }
 
 template <class T>
