@@ -1,5 +1,7 @@
 #pragma once
 
+#include <Nm/Notification.h>
+#include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/Services/Wire.h>
 
 #include <Kiv/System/Tul/RemotingReader.h>
