@@ -57,7 +57,8 @@ void Write(TulWriter& writer, std::uint64_t value)
 
 void Write(TulWriter& writer, const TulString<512>& value)
 {
-    writer.WriteStringInternal(value.GetChars(), TulString<512>::MaxStringSize, TulStringEncoding::Utf8, true);
+    writer.WriteStringInternal(value.GetChars(), TulString<512>::MaxStringSize, TulStringEncoding::Utf8,
+                               true);
 }
 
 void Write(TulWriter& writer, const DateTime& value)
@@ -133,7 +134,8 @@ void Read(TulReader& reader, std::uint64_t& value)
 
 void Read(TulReader& reader, TulString<512>& value)
 {
-    reader.ReadStringInternal(value.GetBuffer(), TulString<512>::MaxStringSize, TulStringEncoding::Utf8, true);
+    reader.ReadStringInternal(value.GetBuffer(), TulString<512>::MaxStringSize, TulStringEncoding::Utf8,
+                              true);
 }
 
 void Read(TulReader& reader, DateTime& value)

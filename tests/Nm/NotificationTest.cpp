@@ -199,15 +199,18 @@ TEST(NotificationTest, UnspecifiedTimeIsRefusedInBothDirections)
 
 TEST(NotificationTest, CodesWithoutWireFormAreRefusedWithTheirName)
 {
-    for (const auto& [code, name] : {std::pair<unsigned, const char*>{0, "None"},
-                                     {3, "Char"},
-                                     {26, "String26"},
-                                     {28, "Object"},
-                                     {43, "43"},
-                                     {45, "45"},
-                                     {47, "47"},
-                                     {255, "Unset"}})
+    for (const auto& entry : {std::pair<unsigned, const char*>{0, "None"},
+                              {3, "Char"},
+                              {26, "String26"},
+                              {28, "Object"},
+                              {43, "43"},
+                              {45, "45"},
+                              {47, "47"},
+                              {255, "Unset"}})
     {
+        // Not a structured binding: C++17 lets no lambda capture one.
+        const unsigned code = entry.first;
+        const char* const name = entry.second;
         EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Write(Make({Raw(code, 0)})); }),
                   fmt::format("DataType '{}' not supported by TulVariant.", name));
         // The same code as the object type of an Int32 element on the wire.

@@ -1,9 +1,5 @@
 #include <Nm/INotificationSending.h>
-// The payload classes are being written at the same time; until they are in, the IPayload form refuses.
-#if __has_include(<Nm/IPayload.h>)
 #include <Nm/IPayload.h>
-#define KIV_NM_HAVE_IPAYLOAD 1
-#endif
 #include <Nm/Internal/NonBlockingNotificationSending/Proxy.h>
 #include <Nm/Internal/NonBlockingNotificationSending/Tracepoints.h>
 
@@ -93,15 +89,7 @@ Future<NotificationId> Proxy::NonBlockingSendNotification(NotificationNameId not
 Future<NotificationId> Proxy::NonBlockingSendNotification(NotificationNameId notificationNameId,
                                                           DateTime timestamp, const IPayload& payload)
 {
-#ifdef KIV_NM_HAVE_IPAYLOAD
     return NonBlockingSendNotification(notificationNameId, timestamp, payload.GetAsRawPayloadType());
-#else
-    (void)notificationNameId;
-    (void)timestamp;
-    (void)payload;
-    throw NotImplementedException(
-        "Proxy: sending an IPayload needs the payload classes, which are not built yet.");
-#endif
 }
 
 void Proxy::NonBlockingSendNotification(NotificationNameId notificationNameId, DateTime timestamp,

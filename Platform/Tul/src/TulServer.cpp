@@ -25,6 +25,7 @@
 
 namespace Kiv::System::Tul::Internal
 {
+using Commons::Logging::LogLevel;
 using Commons::Threading::Thread;
 using Commons::Threading::ThreadSettings;
 
@@ -275,64 +276,102 @@ void TulServer::Accept(const Endpoint& endpoint)
 
 void TulServer::Serve(Connection& connection)
 {
+    // Why this server ends the connection; empty when the peer closed it between two frames.
+    String reason;
     try
     {
-        RemotingWriter writer;
-        std::vector<std::uint8_t> body;
-        Stubs stubs;
-        for (;;)
-        {
-            FrameHeader header;
-            if (ReceiveHeader(connection.fd, header, NoDeadline) != IoResult::Ok)
-            {
-                break;
-            }
-            writer.Reset();
-            if (header.frameSize > settings.maxFrameSize)
-            {
-                if (DiscardBytes(connection.fd, header.GetBodySize(), NoDeadline) != IoResult::Ok)
-                {
-                    break;
-                }
-                WriteFailure(
-                    writer,
-                    std::make_exception_ptr(CommunicationException(
-                        "Request of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
-                        header.frameSize, settings.maxFrameSize, connection.providerName)));
-            }
-            else
-            {
-                body.resize(header.GetBodySize());
-                if (ReceiveBytes(connection.fd, body.data(), body.size(), NoDeadline) != IoResult::Ok)
-                {
-                    break;
-                }
-                Handle(connection.providerName, connection.caller, header, body, writer, stubs);
-            }
-            if (FrameHeader::Size + writer.GetSize() > settings.maxFrameSize)
-            {
-                const std::size_t size = FrameHeader::Size + writer.GetSize();
-                WriteFailure(
-                    writer,
-                    std::make_exception_ptr(CommunicationException(
-                        "Response of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
-                        size, settings.maxFrameSize, connection.providerName)));
-            }
-            header.kind = FrameKind::Response;
-            header.frameSize = static_cast<std::uint32_t>(FrameHeader::Size + writer.GetSize());
-            if (SendFrame(connection.fd, header, writer.GetData(), writer.GetSize(), NoDeadline) !=
-                IoResult::Ok)
-            {
-                break;
-            }
-        }
+        reason = ServeRequests(connection);
     }
     catch (...)
     {
-        // Out of memory, say: this connection ends, and its caller sees it closed.
+        reason = "the server ran out of resources";  // memory, say; the caller sees the connection closed
+    }
+    if (!reason.empty())
+    {
+        bool stopped = false;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            stopped = stopping;
+        }
+        if (!stopped)  // Stop shuts every connection down, which ends a frame in its middle
+        {
+            Log(LogLevel::Warning, "Closed the connection of pid {0} (uid {1}) to provider '{2}': {3}",
+                connection.caller.pid, connection.caller.uid, connection.providerName, reason);
+        }
     }
     connection.finished = true;
     Wake();
+}
+
+String TulServer::ServeRequests(Connection& connection)
+{
+    const auto limit = String::Format("{0} ms", settings.callTimeLimit.count());
+    RemotingWriter writer;
+    std::vector<std::uint8_t> body;
+    Stubs stubs;
+    for (;;)
+    {
+        // An idle connection may wait for its next request as long as it likes. Once a frame has begun,
+        // the whole of it must arrive within the call time limit, and its response must be taken within
+        // that limit too, so that a peer can't hold this thread with half a frame or an unread response.
+        if (const IoResult waited = WaitForData(connection.fd, NoDeadline); waited != IoResult::Ok)
+        {
+            return waited == IoResult::Closed ? String() : DescribeFailure(waited, "waiting for a request");
+        }
+        const auto deadline = Clock::now() + settings.callTimeLimit;
+        FrameHeader header;
+        IoResult received = ReceiveHeader(connection.fd, header, deadline);
+        writer.Reset();
+        if (received == IoResult::Ok && header.frameSize > settings.maxFrameSize)
+        {
+            // Read past it, so that the connection stays in step with a peer that allows larger frames.
+            received = DiscardBytes(connection.fd, header.GetBodySize(), deadline);
+            WriteFailure(
+                writer,
+                std::make_exception_ptr(CommunicationException(
+                    "Request of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
+                    header.frameSize, settings.maxFrameSize, connection.providerName)));
+        }
+        else if (received == IoResult::Ok)
+        {
+            body.resize(header.GetBodySize());
+            received = ReceiveBytes(connection.fd, body.data(), body.size(), deadline);
+            if (received == IoResult::Ok)
+            {
+                Handle(connection.providerName, connection.caller, header, body, writer, stubs);
+            }
+        }
+        switch (received)
+        {
+            case IoResult::Ok:
+                break;
+            case IoResult::Closed:
+                return "the peer closed the connection in the middle of a frame";
+            case IoResult::TimedOut:
+                return "a frame was not complete within the call time limit of " + limit;
+            default:
+                return DescribeFailure(received, "receiving a request");
+        }
+        if (FrameHeader::Size + writer.GetSize() > settings.maxFrameSize)
+        {
+            const std::size_t size = FrameHeader::Size + writer.GetSize();
+            WriteFailure(
+                writer,
+                std::make_exception_ptr(CommunicationException(
+                    "Response of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
+                    size, settings.maxFrameSize, connection.providerName)));
+        }
+        header.kind = FrameKind::Response;
+        header.frameSize = static_cast<std::uint32_t>(FrameHeader::Size + writer.GetSize());
+        const IoResult sent = SendFrame(connection.fd, header, writer.GetData(), writer.GetSize(),
+                                        Clock::now() + settings.callTimeLimit);
+        if (sent != IoResult::Ok)
+        {
+            return sent == IoResult::TimedOut
+                       ? "the response was not taken within the call time limit of " + limit
+                       : "the response could not be sent: " + DescribeFailure(sent, "sending");
+        }
+    }
 }
 
 void TulServer::RemoveEndpoint(const Endpoint& endpoint) noexcept

@@ -2,6 +2,7 @@
 
 #include "TulSocket.h"
 
+#include <Kiv/Logging/Loggable.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 #include <Kiv/Threading/Thread.h>
 
@@ -19,7 +20,10 @@ namespace Kiv::System::Tul::Internal
 /// accepts on all of them, and a thread "TulConn" per connection, so that a slow call from one process
 /// never holds up another's, and a call may call back into its caller's process. A connection's thread
 /// serves its requests in order, each with the stubs of that connection, under the caller's identity.
-class TulServer
+/// A connection that breaks the frame protocol (a malformed header, a frame cut short or not complete
+/// within the call time limit, a response not taken) is closed with a warning that names the reason;
+/// a well-framed request that can't be served gets a failure response, and the connection goes on.
+class TulServer : private Commons::Logging::Loggable<TulServer, false>
 {
 public:
     explicit TulServer(const TulSettings& settings);
@@ -61,6 +65,9 @@ private:
     void AcceptLoop(void*);
     void Accept(const Endpoint& endpoint);
     void Serve(Connection& connection);
+    /// Serves until the connection ends; returns why this server ends it, or empty when the peer closed
+    /// it between two frames.
+    String ServeRequests(Connection& connection);
     /// Wakes the accept thread, to stop, to watch a new endpoint or to reap ended connections.
     void Wake() noexcept;
     void RemoveEndpoint(const Endpoint& endpoint) noexcept;

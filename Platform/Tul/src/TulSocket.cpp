@@ -231,6 +231,31 @@ IoResult ReceiveBytes(int fd, void* data, std::size_t size, Clock::time_point de
     return IoResult::Ok;
 }
 
+IoResult WaitForData(int fd, Clock::time_point deadline)
+{
+    for (;;)
+    {
+        if (const IoResult waited = WaitFor(fd, POLLIN, deadline); waited != IoResult::Ok)
+        {
+            return waited;
+        }
+        std::uint8_t byte = 0;
+        const ssize_t peeked = recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
+        if (peeked > 0)
+        {
+            return IoResult::Ok;
+        }
+        if (peeked == 0)
+        {
+            return IoResult::Closed;
+        }
+        if (errno != EAGAIN && errno != EINTR)
+        {
+            return TransferFailure();
+        }
+    }
+}
+
 IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline)
 {
     std::uint8_t head[FrameHeader::Size];

@@ -61,6 +61,8 @@ String DescribeFailure(IoResult result, const char* operation);
 /// shutdown(2) of the socket by another thread ends it at once.
 IoResult SendFrame(int fd, FrameHeader header, const void* body, std::size_t bodySize,
                    Clock::time_point deadline);
+/// Waits until a byte can be read, and reads none: Closed when the peer closed the connection.
+IoResult WaitForData(int fd, Clock::time_point deadline);
 IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline);
 IoResult ReceiveBytes(int fd, void* data, std::size_t size, Clock::time_point deadline);
 IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline);

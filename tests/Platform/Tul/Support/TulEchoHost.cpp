@@ -1,13 +1,16 @@
 // The other process of the multi-process tests.
 //
 //   TulEchoHost serve DIR SYSTEM PROVIDER [--guarded] [--policy FILE] [--max-frame BYTES]
-//       publishes the echo service, prints "ready", serves until SIGTERM, then shuts down and exits 0.
+//                     [--call-limit MILLISECONDS] [--log FILE]
+//       publishes the echo service, prints "ready", serves until SIGTERM, then shuts down and exits 0;
+//       with --log, its log lines go to FILE.
 //   TulEchoHost call DIR SYSTEM PROVIDER TEXT
 //       calls Echo(TEXT) and prints "ok TEXT", or "error TYPE: MESSAGE".
 // A failure to start prints "error TYPE: MESSAGE" and exits 1.
 
 #include "Platform/Tul/Support/EchoService.h"
 
+#include <Kiv/Logging/LogManager.h>
 #include <Kiv/System/Tul/TulPolicyAuthorizator.h>
 
 #include <csignal>
@@ -47,6 +50,14 @@ int Serve(const char* provider, int argc, char** argv)
         else if (std::strcmp(argv[i], "--max-frame") == 0 && i + 1 < argc)
         {
             settings.maxFrameSize = std::stoul(argv[++i]);
+        }
+        else if (std::strcmp(argv[i], "--call-limit") == 0 && i + 1 < argc)
+        {
+            settings.callTimeLimit = std::chrono::milliseconds(std::stoul(argv[++i]));
+        }
+        else if (std::strcmp(argv[i], "--log") == 0 && i + 1 < argc)
+        {
+            Kiv::System::Commons::Logging::LogManager::UseFileSink(argv[++i]);
         }
     }
     ServiceManager::Configure(settings);

@@ -1,0 +1,273 @@
+#include <Nm/IPayload.h>
+#include <Nm/Internal/NotificationBroker/NotificationBroker.h>
+#include <Nm/NotificationRegistrationInfo.h>
+#include <Nm/Services/Internal/NotificationDispatcherManagerServiceFactory.h>
+#include <Nm/Services/Internal/NotificationDispatcherManagerServiceProxyFactory.h>
+#include <Nm/Services/Internal/NotificationManagerInfoServiceFactory.h>
+#include <Nm/Services/Internal/NotificationManagerInfoServiceProxyFactory.h>
+#include <Nm/Services/Internal/NotificationSendingServiceFactory.h>
+#include <Nm/Services/Internal/NotificationSendingServiceProxyFactory.h>
+#include <Nm/Services/Internal/SubscriptionStateServiceFactory.h>
+#include <Nm/Services/Internal/SubscriptionStateServiceProxyFactory.h>
+#include <Nm/Services/NotificationManagerServiceFactory.h>
+#include <Nm/Services/NotificationManagerServiceProxyFactory.h>
+#include <Nm/SpecializedPayloadHelper.h>
+
+#include <Kiv/Exceptions.h>
+#include <Kiv/System/Tul/ServiceManager.h>
+
+#include <memory>
+
+namespace Kiv::System::Nm::Internal::NotificationBroker
+{
+using Commons::Logging::LogLevel;
+
+namespace
+{
+template <class TFactory, class TProxyFactory>
+void Publish()
+{
+    auto& factory = TFactory::GetInstance();
+    Tul::ServiceManager::PublishService(factory.GetServiceProviderName().c_str(),
+                                        TProxyFactory::GetInstance().GetServiceName(), factory);
+}
+}  // namespace
+
+NotificationBroker::NotificationBroker(std::uint32_t queueLength)
+    : queueLength(queueLength),
+      notificationQueue(queueLength),
+      brokerThread(registrationManager.GetNotificationNames(), dispatcherManager.GetDispatcherRepository(),
+                   dispatcherManager.GetDispatchTable(), notificationQueue),
+      ownNotifications(GetLogger()),
+      subscriptionState(SubscriptionState::Relaxed(registrationManager, ownNotifications))
+{
+    // A fresh payload type table: ids that this process cached from an earlier broker are void.
+    SpecializedPayloadHelper::OnNewSetup();
+    PublishServices();
+}
+
+NotificationBroker::~NotificationBroker() = default;
+
+void NotificationBroker::LazyInitialization() const
+{
+    // The first call of any kind registers the own notifications; it can't be done in the constructor,
+    // since their payload type ids are found through the singleton, which is entered only afterwards.
+    // Whoever comes while the first is still at it goes on without waiting, and a failure is not retried.
+    if (!ownNotificationsInitialized.test_and_set())
+    {
+        ownNotifications.Initialize(const_cast<NotificationBroker&>(*this));
+    }
+}
+
+void NotificationBroker::PublishServices() const
+{
+    using namespace Services::Internal;
+    Publish<NotificationSendingServiceFactory, NotificationSendingServiceProxyFactory>();
+    Publish<NotificationManagerInfoServiceFactory, NotificationManagerInfoServiceProxyFactory>();
+    Publish<NotificationDispatcherManagerServiceFactory, NotificationDispatcherManagerServiceProxyFactory>();
+    Publish<Services::NotificationManagerServiceFactory, Services::NotificationManagerServiceProxyFactory>();
+    Publish<SubscriptionStateServiceFactory, SubscriptionStateServiceProxyFactory>();
+}
+
+NotificationNameId NotificationBroker::RegisterNotification(const String& notificationName,
+                                                            const String& senderName, Severity severity,
+                                                            PayloadTypeId payloadTypeId)
+{
+    LazyInitialization();
+    EnsurePayloadTypeIdIsValid("payloadTypeId", payloadTypeId);
+    EnsurePayloadTypeIdIsKnown("payloadTypeId", payloadTypeId);
+    return registrationManager.RegisterNotification(notificationName, senderName, severity, payloadTypeId);
+}
+
+void NotificationBroker::UnregisterNotification(NotificationNameId notificationNameId)
+{
+    LazyInitialization();
+    registrationManager.UnregisterNotification(notificationNameId);
+}
+
+NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                                    const std::vector<TulVariant<512>>& payload)
+{
+    LazyInitialization();
+    registrationManager.EnsureNotificationNameIdIsRegistered("notificationNameId", notificationNameId,
+                                                             "You cannot send a notification using it.");
+    const NotificationRegistrationInfo registration =
+        registrationManager.GetNotificationRegistration(notificationNameId);
+    const NotificationId notificationId = notificationIdGenerator.Next();
+    auto notification =
+        std::make_shared<Notification>(notificationId, notificationNameId, timestamp,
+                                       registration.GetSeverity(), registration.GetPayloadTypeId(), payload);
+    const bool accepted = notificationQueue.TryPush(std::move(notification));
+    if (!accepted)
+    {
+        // A full queue is no failure: the notification is gone and its id stays used.
+        return NotificationId(0);
+    }
+    statistics.OnSendNotification();
+    return notificationId;
+}
+
+NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                                    const IPayload& payload)
+{
+    return SendNotification(notificationNameId, timestamp, payload.GetAsRawPayloadType());
+}
+
+String NotificationBroker::GetNotificationName(NotificationNameId notificationNameId) const
+{
+    LazyInitialization();
+    return registrationManager.GetNotificationName(notificationNameId);
+}
+
+NotificationNameId NotificationBroker::GetNotificationNameId(const String& notificationName)
+{
+    LazyInitialization();
+    return GetSubscriptionState().GetNotificationNameId(notificationName);
+}
+
+std::vector<NotificationNameId> NotificationBroker::GetNotificationNameIdsByStatus(
+    const NotificationRegistrationStatus& status) const
+{
+    LazyInitialization();
+    return registrationManager.GetNotificationNameIdsByStatus(status);
+}
+
+std::vector<NotificationNameId> NotificationBroker::GetAllKnownNotificationNameIds() const
+{
+    LazyInitialization();
+    return registrationManager.GetAllKnownNotificationNameIds();
+}
+
+NotificationRegistrationInfo NotificationBroker::GetNotificationRegistration(
+    NotificationNameId notificationNameId) const
+{
+    LazyInitialization();
+    return registrationManager.GetNotificationRegistration(notificationNameId);
+}
+
+PayloadTypeId NotificationBroker::GetPayloadTypeId(const String& payloadTypeName)
+{
+    LazyInitialization();
+    return payloadTypes.GetPayloadTypeId(payloadTypeName);
+}
+
+String NotificationBroker::GetPayloadTypeName(const PayloadTypeId& payloadTypeId) const
+{
+    LazyInitialization();
+    return payloadTypes.GetPayloadTypeName(payloadTypeId);
+}
+
+std::uint64_t NotificationBroker::GetNumberOfSubmittedNotifications() const
+{
+    LazyInitialization();
+    return statistics.GetNumberOfSendNotifications();
+}
+
+NotificationDispatcherId NotificationBroker::RegisterDispatcher(const String& dispatcherName)
+{
+    LazyInitialization();
+    return dispatcherManager.RegisterDispatcher(dispatcherName);
+}
+
+void NotificationBroker::UnregisterDispatcher(NotificationDispatcherId dispatcherId)
+{
+    LazyInitialization();
+    dispatcherManager.UnregisterDispatcher(dispatcherId);
+}
+
+void NotificationBroker::RegisterNotificationDispatch(NotificationNameId notificationNameId,
+                                                      NotificationDispatcherId dispatcherId)
+{
+    LazyInitialization();
+    // Where a subscription to what nobody registered is noticed.
+    GetSubscriptionState().EnsureRegisteredNotificationNameId(notificationNameId);
+    dispatcherManager.RegisterNotificationDispatch(notificationNameId, dispatcherId);
+}
+
+void NotificationBroker::UnregisterNotificationDispatch(NotificationNameId notificationNameId,
+                                                        NotificationDispatcherId dispatcherId)
+{
+    LazyInitialization();
+    dispatcherManager.UnregisterNotificationDispatch(notificationNameId, dispatcherId);
+}
+
+bool NotificationBroker::ContainsNotificationDispatch(NotificationNameId notificationNameId,
+                                                      NotificationDispatcherId dispatcherId)
+{
+    LazyInitialization();
+    return dispatcherManager.ContainsNotificationDispatch(notificationNameId, dispatcherId);
+}
+
+void NotificationBroker::StartDispatching()
+{
+    LazyInitialization();
+    // The warnings' own notifications enter the queue before the thread starts.
+    SetSubscriptionStateChecked();
+    brokerThread.Start();
+}
+
+bool NotificationBroker::IsSubscriptionStateChecked() const
+{
+    LazyInitialization();
+    return GetSubscriptionState().IsChecked();
+}
+
+void NotificationBroker::SetSubscriptionStateChecked()
+{
+    LazyInitialization();
+    Log(LogLevel::Info, "Enabling checking of subscriptions");
+    subscriptionState.Set(SubscriptionState::Checked(registrationManager, ownNotifications));
+    WarnAboutSubscriptionsToNotRegisteredNotifications();
+    WarnAboutSubscriptionsToUnregisteredNotifications();
+}
+
+void NotificationBroker::SetSubscriptionStateRelaxed()
+{
+    LazyInitialization();
+    Log(LogLevel::Info, "Disabling checking of subscriptions");
+    subscriptionState.Set(SubscriptionState::Relaxed(registrationManager, ownNotifications));
+}
+
+void NotificationBroker::WarnAboutSubscriptionsToNotRegisteredNotifications()
+{
+    registrationManager.WarnAboutSubscriptionsToNotRegistered(ownNotifications);
+}
+
+void NotificationBroker::WarnAboutSubscriptionsToUnregisteredNotifications()
+{
+    for (const NotificationNameId id :
+         registrationManager.GetNotificationNameIdsByStatus(NotificationRegistrationStatus::Unregistered))
+    {
+        if (dispatcherManager.HasDispatcherFor(id))
+        {
+            ownNotifications.SendAndLogSubscribeToUnregistered(registrationManager.GetNotificationName(id));
+        }
+    }
+}
+
+void NotificationBroker::EnsurePayloadTypeIdIsValid(const String& argumentName,
+                                                    const PayloadTypeId& payloadTypeId) const
+{
+    if (payloadTypeId == PayloadTypeId(0))
+    {
+        throw ArgumentException::Create(argumentName, payloadTypeId,
+                                        "The supplied payload type id is invalid.");
+    }
+}
+
+void NotificationBroker::EnsurePayloadTypeIdIsKnown(const String& argumentName,
+                                                    const PayloadTypeId& payloadTypeId) const
+{
+    if (!payloadTypes.Contains(payloadTypeId))
+    {
+        throw ArgumentException::Create(argumentName, payloadTypeId,
+                                        "The supplied payload type id is unknown.");
+    }
+}
+
+SubscriptionState& NotificationBroker::GetSubscriptionState() const
+{
+    // Only the read of the pointer is guarded; the call runs without the holder's lock.
+    return *subscriptionState.Get();
+}
+}  // namespace Kiv::System::Nm::Internal::NotificationBroker

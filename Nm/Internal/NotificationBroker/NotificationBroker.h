@@ -1,0 +1,103 @@
+#pragma once
+
+#include <Nm/AppDomainSingleton.h>
+#include <Nm/INotificationManagerInfo.h>
+#include <Nm/INotificationSending.h>
+#include <Nm/Internal/NotificationBroker/INotificationDispatcherManager.h>
+#include <Nm/Internal/NotificationBroker/IdGenerator.h>
+#include <Nm/Internal/NotificationBroker/NotificationBrokerThread.h>
+#include <Nm/Internal/NotificationBroker/NotificationDispatcherManager.h>
+#include <Nm/Internal/NotificationBroker/NotificationRegistrationManager.h>
+#include <Nm/Internal/NotificationBroker/OwnNotifications.h>
+#include <Nm/Internal/NotificationBroker/PayloadTypeRepository.h>
+#include <Nm/Internal/NotificationBroker/StateHolder.h>
+#include <Nm/Internal/NotificationBroker/Statistics.h>
+#include <Nm/Internal/NotificationBroker/SubscriptionState.h>
+#include <Nm/Internal/ThreadSafeQueue.h>
+#include <Nm/Notification.h>
+
+#include <Kiv/Export.h>
+#include <Kiv/Logging/Loggable.h>
+
+#include <atomic>
+#include <cstdint>
+
+namespace Kiv::System::Nm::Internal::NotificationBroker
+{
+/// The one owner of names, registrations, payload types, dispatchers and the dispatch table, with the
+/// delivery queue and its thread. One per system, in the main process; other processes reach it through
+/// the services it publishes. From construction the system is in its set-up phase: names come into being
+/// on demand and sent notifications wait in the queue. StartDispatching ends that phase.
+class KIV_API NotificationBroker : public AppDomainSingleton<NotificationBroker>,
+                                   public INotificationSending,
+                                   public INotificationManagerInfo,
+                                   public INotificationDispatcherManager,
+                                   public Commons::Logging::Loggable<NotificationBroker, true, false>
+{
+public:
+    explicit NotificationBroker(std::uint32_t queueLength);
+    NotificationBroker(const NotificationBroker&) = delete;
+    NotificationBroker& operator=(const NotificationBroker&) = delete;
+    /// Delivers what is queued, if the thread runs, before any table goes.
+    ~NotificationBroker() override;
+
+    NotificationNameId RegisterNotification(const String& notificationName, const String& senderName,
+                                            Severity severity, PayloadTypeId payloadTypeId) override;
+    void UnregisterNotification(NotificationNameId notificationNameId) override;
+    /// The new notification's id, or 0 when the queue is full and the notification was dropped.
+    NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                    const std::vector<TulVariant<512>>& payload) override;
+    NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                    const IPayload& payload) override;
+
+    String GetNotificationName(NotificationNameId notificationNameId) const override;
+    /// In the set-up phase an unknown well-formed name is created; afterwards it is refused.
+    NotificationNameId GetNotificationNameId(const String& notificationName) override;
+    std::vector<NotificationNameId> GetNotificationNameIdsByStatus(
+        const NotificationRegistrationStatus& status) const override;
+    std::vector<NotificationNameId> GetAllKnownNotificationNameIds() const override;
+    NotificationRegistrationInfo GetNotificationRegistration(
+        NotificationNameId notificationNameId) const override;
+    PayloadTypeId GetPayloadTypeId(const String& payloadTypeName) override;
+    String GetPayloadTypeName(const PayloadTypeId& payloadTypeId) const override;
+    std::uint64_t GetNumberOfSubmittedNotifications() const override;
+
+    NotificationDispatcherId RegisterDispatcher(const String& dispatcherName) override;
+    void UnregisterDispatcher(NotificationDispatcherId dispatcherId) override;
+    void RegisterNotificationDispatch(NotificationNameId notificationNameId,
+                                      NotificationDispatcherId dispatcherId) override;
+    void UnregisterNotificationDispatch(NotificationNameId notificationNameId,
+                                        NotificationDispatcherId dispatcherId) override;
+    bool ContainsNotificationDispatch(NotificationNameId notificationNameId,
+                                      NotificationDispatcherId dispatcherId) override;
+
+    /// Ends the set-up phase: subscriptions become checked, with warnings for what nobody registered,
+    /// and the delivery thread starts.
+    void StartDispatching();
+    bool IsSubscriptionStateChecked() const;
+    void SetSubscriptionStateChecked();
+    void SetSubscriptionStateRelaxed();
+
+private:
+    void LazyInitialization() const;
+    void PublishServices() const;
+    void WarnAboutSubscriptionsToNotRegisteredNotifications();
+    void WarnAboutSubscriptionsToUnregisteredNotifications();
+    void EnsurePayloadTypeIdIsValid(const String& argumentName, const PayloadTypeId& payloadTypeId) const;
+    void EnsurePayloadTypeIdIsKnown(const String& argumentName, const PayloadTypeId& payloadTypeId) const;
+    SubscriptionState& GetSubscriptionState() const;
+
+    std::uint32_t queueLength;
+    mutable std::atomic_flag ownNotificationsInitialized = ATOMIC_FLAG_INIT;
+    NotificationRegistrationManager registrationManager;
+    IdGenerator<NotificationId> notificationIdGenerator;
+    NotificationDispatcherManager dispatcherManager;
+    PayloadTypeRepository payloadTypes;
+    ThreadSafeQueue<Notification> notificationQueue;
+    Statistics statistics;
+    NotificationBrokerThread brokerThread;
+    // Mutable: the lazy initialization of every const query registers them.
+    mutable OwnNotifications ownNotifications;
+    StateHolder<SubscriptionState> subscriptionState;
+};
+}  // namespace Kiv::System::Nm::Internal::NotificationBroker

@@ -1,0 +1,6 @@
+#include <Nm/Internal/NotificationDispatcher/INotificationDispatcher.h>
+
+namespace Kiv::System::Nm::Internal::NotificationDispatcher
+{
+INotificationDispatcher::~INotificationDispatcher() = default;
+}

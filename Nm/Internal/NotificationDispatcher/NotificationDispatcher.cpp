@@ -1,0 +1,338 @@
+#include <Nm/INotificationSubscriber.h>
+#include <Nm/Internal/NotificationDispatcher/NotificationDispatcher.h>
+#include <Nm/Notification.h>
+#include <Nm/Services/Internal/INotificationDispatcherManagerService.h>
+#include <Nm/Services/Internal/INotificationManagerInfoService.h>
+#include <Nm/Services/Internal/INotificationSendingService.h>
+#include <Nm/Services/Internal/NotificationDispatcherManagerServiceProxyFactory.h>
+#include <Nm/Services/Internal/NotificationDispatcherServiceFactory.h>
+#include <Nm/Services/Internal/NotificationDispatcherServiceProxyFactory.h>
+#include <Nm/Services/Internal/NotificationManagerInfoServiceProxyFactory.h>
+#include <Nm/Services/Internal/NotificationSendingServiceProxyFactory.h>
+#include <Nm/Services/ServiceFetch.h>
+#include <Nm/Services/ServiceValues.h>
+#include <Nm/SpecializedPayload.h>
+#include <Nm/StringPayload.h>
+
+#include <Kiv/AppDomain.h>
+#include <Kiv/DateTime.h>
+#include <Kiv/Exceptions.h>
+#include <Kiv/Singleton.h>
+#include <Kiv/System/Tul/ServiceManager.h>
+
+#include <exception>
+
+namespace Kiv::System::Nm::Internal::NotificationDispatcher
+{
+using namespace Services::Internal;
+using Commons::Logging::LogLevel;
+using Commons::Threading::Mutex;
+using Services::ToString;
+using Services::ToTulString;
+
+namespace
+{
+const String& GetAppDomainName()
+{
+    return Commons::Singleton<Commons::AppDomain>::GetInstance().GetName();
+}
+}  // namespace
+
+NotificationDispatcher::NotificationDispatcher()
+    : dispatcherId(0), dispatchMutex(true), exceptionNotificationNameId(0)
+{
+    PublishService();
+    GetDispatcherManagerService();
+    GetNotificationManagerInfoService();
+    GetNotificationSendingService();
+    RegisterAtDispatcherManager();
+    RegisterExceptionNotification();
+}
+
+NotificationDispatcher::~NotificationDispatcher()
+{
+    try
+    {
+        UnregisterExceptionNotification();
+        UnregisterAtDispatcherManager();
+    }
+    catch (const Exception& e)
+    {
+        Log(LogLevel::Error, "Caught exception in destructor of NotificationDispatcher: {0}", e.ToString());
+    }
+    catch (...)
+    {
+        Log(LogLevel::Error, "Caught exception in destructor of NotificationDispatcher");
+    }
+}
+
+String NotificationDispatcher::GetExceptionNotificationName()
+{
+    return "Kiv.System.Nm.ExceptionDuringNotify." + GetAppDomainName();
+}
+
+void NotificationDispatcher::PublishService()
+{
+    // From here on the broker finds this process's dispatcher under the AppDomain's name.
+    Tul::ServiceManager::PublishService(
+        GetAppDomainName().c_str(), NotificationDispatcherServiceProxyFactory::GetInstance().GetServiceName(),
+        NotificationDispatcherServiceFactory::GetInstance());
+}
+
+void NotificationDispatcher::GetDispatcherManagerService()
+{
+    dispatcherManagerService = Services::FetchService<INotificationDispatcherManagerService,
+                                                      NotificationDispatcherManagerServiceProxyFactory>();
+    if (!dispatcherManagerService)
+    {
+        throw InvalidOperationException(
+            "NotificationDispatcher: Could not get INotificationDispatcherManagerService");
+    }
+}
+
+void NotificationDispatcher::GetNotificationManagerInfoService()
+{
+    notificationManagerInfoService =
+        Services::FetchService<INotificationManagerInfoService, NotificationManagerInfoServiceProxyFactory>();
+    if (!notificationManagerInfoService)
+    {
+        throw InvalidOperationException(
+            "NotificationDispatcher: Could not get INotificationManagerInfoService");
+    }
+}
+
+void NotificationDispatcher::GetNotificationSendingService()
+{
+    notificationSendingService =
+        Services::FetchService<INotificationSendingService, NotificationSendingServiceProxyFactory>();
+    if (!notificationSendingService)
+    {
+        throw InvalidOperationException("NotificationDispatcher: Could not get INotificationSendingService");
+    }
+}
+
+void NotificationDispatcher::RegisterAtDispatcherManager()
+{
+    dispatcherId = NotificationDispatcherId(
+        dispatcherManagerService->RegisterDispatcher(ToTulString(GetAppDomainName())));
+}
+
+void NotificationDispatcher::UnregisterAtDispatcherManager()
+{
+    dispatcherManagerService->UnregisterDispatcher(dispatcherId.GetValue());
+    dispatcherId = NotificationDispatcherId(0);
+}
+
+void NotificationDispatcher::RegisterExceptionNotification()
+{
+    if (exceptionNotificationNameId != NotificationNameId(0))
+    {
+        return;
+    }
+    const std::uint16_t payloadTypeId = notificationManagerInfoService->GetPayloadTypeId(
+        ToTulString(SpecializedPayload<StringPayload>::GetPayloadTypeName()));
+    const TulString<512> name = ToTulString(GetExceptionNotificationName());
+    const TulString<512> sender = ToTulString("Notification Manager");
+    exceptionNotificationNameId = NotificationNameId(
+        notificationSendingService->RegisterNotification(name, sender, Severity::Error, payloadTypeId));
+}
+
+void NotificationDispatcher::UnregisterExceptionNotification()
+{
+    if (exceptionNotificationNameId != NotificationNameId(0))
+    {
+        notificationSendingService->UnregisterNotification(exceptionNotificationNameId.GetValue());
+        exceptionNotificationNameId = NotificationNameId(0);
+    }
+}
+
+void NotificationDispatcher::Dispatch(const Notification& notification,
+                                      const std::vector<NotificationNameId>& notificationNameIds)
+{
+    Mutex::ScopedLock lock(dispatchMutex);
+    const auto snapshot = subscriptionRepository.GetSubscribersFor(notificationNameIds);
+    for (const auto& entry : snapshot)
+    {
+        try
+        {
+            entry.subscriber->Notify(notification);
+        }
+        catch (const Exception& e)
+        {
+            ReportExceptionDuringDispatch(notification, e.ToString());
+        }
+        catch (const std::exception& e)
+        {
+            ReportExceptionDuringDispatch(notification, e.what());
+        }
+        catch (...)
+        {
+            ReportExceptionDuringDispatch(notification, "unknown exception type");
+        }
+    }
+}
+
+void NotificationDispatcher::ReportExceptionDuringDispatch(const Notification& notification,
+                                                           const String& exceptionText)
+{
+    const String name = GetNotificationName(notification.GetNotificationNameId());
+    const String text =
+        String::Format("Caught an exception during dispatching notification '{}': {}", name, exceptionText);
+    Log(LogLevel::Error, "{0}", text);
+    SendExceptionNotification(text);
+}
+
+void NotificationDispatcher::SendExceptionNotification(const String& message)
+{
+    const StringPayload payload(message);
+    notificationSendingService->SendNotification(exceptionNotificationNameId.GetValue(),
+                                                 DateTime::GetUtcNow(), payload.GetAsRawPayloadType());
+}
+
+NotificationNameId NotificationDispatcher::Subscribe(const String& notificationName,
+                                                     INotificationSubscriber* subscriber)
+{
+    ThrowIfNotificationNameIsInvalid(notificationName);
+    ThrowIfSubscriberIsInvalid(subscriber);
+    // Asked without a lock: during set-up an unknown name is made here, afterwards it is refused.
+    const NotificationNameId notificationNameId = GetNotificationNameId(notificationName);
+    ThrowIfAlreadySubscribed(notificationName, notificationNameId, subscriber);
+    Mutex::ScopedLock lock(dispatchMutex);
+    // The broker first: if it refuses, no subscription has been added.
+    RegisterNotificationDispatch(notificationNameId);
+    AddSubscription(notificationNameId, subscriber);
+    return notificationNameId;
+}
+
+void NotificationDispatcher::Unsubscribe(NotificationNameId notificationNameId,
+                                         INotificationSubscriber* subscriber)
+{
+    ThrowIfNotificationNameIdIsInvalid(notificationNameId);
+    ThrowIfSubscriberIsInvalid(subscriber);
+    ThrowIfNotSubscribed(notificationNameId, subscriber);
+    Mutex::ScopedLock lock(dispatchMutex);
+    RemoveSubscription(notificationNameId, subscriber);
+    RemoveNotificationDispatchIfNoSubscribers(notificationNameId);
+}
+
+void NotificationDispatcher::UnsubscribeFromAll(INotificationSubscriber* subscriber)
+{
+    if (subscriber == nullptr)
+    {
+        return;
+    }
+    Mutex::ScopedLock lock(dispatchMutex);
+    UnsubscribeFromAllUnsynced(subscriber);
+}
+
+void NotificationDispatcher::UnsubscribeFromAllUnsynced(INotificationSubscriber* subscriber)
+{
+    for (const NotificationNameId id : subscriptionRepository.GetSubscribedNotificationNameIds(subscriber))
+    {
+        RemoveSubscription(id, subscriber);
+        RemoveNotificationDispatchIfNoSubscribers(id);
+    }
+}
+
+void NotificationDispatcher::ReplaceSubscriber(const INotificationSubscriber* oldSubscriber,
+                                               INotificationSubscriber* newSubscriber)
+{
+    Mutex::ScopedLock lock(dispatchMutex);
+    UnsubscribeFromAllUnsynced(newSubscriber);
+    subscriptionRepository.ReplaceSubscriber(oldSubscriber, newSubscriber);
+}
+
+bool NotificationDispatcher::HasSubscribersFor(const NotificationNameId& notificationNameId) const
+{
+    return subscriptionRepository.Contains(notificationNameId);
+}
+
+String NotificationDispatcher::GetNotificationName(const NotificationNameId& notificationNameId) const
+{
+    return ToString(notificationManagerInfoService->GetNotificationName(notificationNameId.GetValue()));
+}
+
+NotificationNameId NotificationDispatcher::GetNotificationNameId(const String& notificationName) const
+{
+    return NotificationNameId(
+        notificationManagerInfoService->GetNotificationNameId(ToTulString(notificationName)));
+}
+
+void NotificationDispatcher::AddSubscription(NotificationNameId notificationNameId,
+                                             INotificationSubscriber* subscriber)
+{
+    subscriptionRepository.AddSubscription(notificationNameId, subscriber);
+}
+
+void NotificationDispatcher::RemoveSubscription(NotificationNameId notificationNameId,
+                                                INotificationSubscriber* subscriber)
+{
+    subscriptionRepository.RemoveSubscription(notificationNameId, subscriber);
+}
+
+void NotificationDispatcher::RegisterNotificationDispatch(NotificationNameId notificationNameId)
+{
+    dispatcherManagerService->RegisterNotificationDispatch(notificationNameId.GetValue(),
+                                                           dispatcherId.GetValue());
+}
+
+void NotificationDispatcher::RemoveNotificationDispatchIfNoSubscribers(NotificationNameId notificationNameId)
+{
+    if (!subscriptionRepository.Contains(notificationNameId))
+    {
+        dispatcherManagerService->UnregisterNotificationDispatch(notificationNameId.GetValue(),
+                                                                 dispatcherId.GetValue());
+    }
+}
+
+void NotificationDispatcher::ThrowIfNotificationNameIsInvalid(const String& notificationName) const
+{
+    if (notificationName.empty())
+    {
+        throw ArgumentException::Create("notificationName", notificationName,
+                                        "The supplied notification name is invalid.");
+    }
+}
+
+void NotificationDispatcher::ThrowIfNotificationNameIdIsInvalid(NotificationNameId notificationNameId) const
+{
+    if (notificationNameId == NotificationNameId(0))
+    {
+        throw ArgumentException::Create("notificationNameId", notificationNameId,
+                                        "The supplied notification name id is invalid.");
+    }
+}
+
+void NotificationDispatcher::ThrowIfSubscriberIsInvalid(const INotificationSubscriber* subscriber) const
+{
+    if (subscriber == nullptr)
+    {
+        throw ArgumentException::Create("subscriber", static_cast<const void*>(subscriber),
+                                        "The supplied pointer is invalid.");
+    }
+}
+
+void NotificationDispatcher::ThrowIfAlreadySubscribed(const String& notificationName,
+                                                      NotificationNameId notificationNameId,
+                                                      INotificationSubscriber* subscriber) const
+{
+    if (subscriptionRepository.Contains(notificationNameId, subscriber))
+    {
+        throw ArgumentException::Create(
+            "notificationName", notificationName,
+            "The supplied subscriber is already subscribed to this notification.");
+    }
+}
+
+void NotificationDispatcher::ThrowIfNotSubscribed(NotificationNameId notificationNameId,
+                                                  INotificationSubscriber* subscriber) const
+{
+    if (!subscriptionRepository.Contains(notificationNameId, subscriber))
+    {
+        throw ArgumentException::Create(
+            "notificationNameId", notificationNameId,
+            String::Format("The supplied subscriber is not subscribed to the referenced notification \"{}\".",
+                           GetNotificationName(notificationNameId)));
+    }
+}
+}  // namespace Kiv::System::Nm::Internal::NotificationDispatcher

@@ -1,0 +1,6 @@
+#include <Nm/Services/Internal/INotificationManagerInfoService.h>
+
+namespace Kiv::System::Nm::Services::Internal
+{
+INotificationManagerInfoService::~INotificationManagerInfoService() = default;
+}

@@ -1,0 +1,38 @@
+#include <Nm/AppDomainSingleton.h>
+#include <Nm/Internal/NotificationBroker/NotificationBroker.h>
+#include <Nm/Services/Internal/NotificationSendingServiceImpl.h>
+#include <Nm/Services/ServiceValues.h>
+
+namespace Kiv::System::Nm::Services::Internal
+{
+namespace
+{
+Nm::Internal::NotificationBroker::NotificationBroker& Broker()
+{
+    return AppDomainSingleton<Nm::Internal::NotificationBroker::NotificationBroker>::GetInstance();
+}
+}  // namespace
+
+std::uint32_t NotificationSendingServiceImpl::RegisterNotification(const TulString<512>& notificationName,
+                                                                   const TulString<512>& senderName,
+                                                                   Severity severity,
+                                                                   std::uint16_t payloadTypeId)
+{
+    return Broker()
+        .RegisterNotification(ToString(notificationName), ToString(senderName), severity,
+                              PayloadTypeId(payloadTypeId))
+        .GetValue();
+}
+
+void NotificationSendingServiceImpl::UnregisterNotification(std::uint32_t notificationNameId)
+{
+    Broker().UnregisterNotification(NotificationNameId(notificationNameId));
+}
+
+std::uint64_t NotificationSendingServiceImpl::SendNotification(std::uint32_t notificationNameId,
+                                                               DateTime timestamp,
+                                                               const std::vector<TulVariant<512>>& payload)
+{
+    return Broker().SendNotification(NotificationNameId(notificationNameId), timestamp, payload).GetValue();
+}
+}  // namespace Kiv::System::Nm::Services::Internal
