@@ -2,7 +2,7 @@
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/PayloadFormatter.h>
 #include <Nm/Notification.h>
-#include <Nm/SpecializedPayloadHelper.h>
+#include <Nm/NotificationManager.h>
 
 #include <Kiv/Exceptions.h>
 
@@ -65,12 +65,13 @@ void GenericPayload::ThrowBecauseOfWrongType(const String& expectedName) const
 {
     String notificationName = String::Format("{}", notification->GetNotificationNameId());
     String actualTypeName = String::Format("{}", notification->GetPayloadTypeId());
+    // Wrapping happens in a subscriber's process, which has a manager; without one this raises.
+    NotificationManager& manager = NotificationManager::GetInstance();
     // The names are only for the message: what can't be found stays a number.
     try
     {
-        INotificationManagerInfo& info = SpecializedPayloadHelper::GetINotificationManagerInfo();
-        notificationName = info.GetNotificationName(notification->GetNotificationNameId());
-        actualTypeName = info.GetPayloadTypeName(notification->GetPayloadTypeId());
+        notificationName = manager.GetNotificationName(notification->GetNotificationNameId());
+        actualTypeName = manager.GetPayloadTypeName(notification->GetPayloadTypeId());
     }
     catch (const Exception&)
     {

@@ -1,5 +1,6 @@
 #include <Nm/AppDomainSingleton.h>
 #include <Nm/Internal/NotificationBroker/NotificationBroker.h>
+#include <Nm/NotificationManager.h>
 #include <Nm/SpecializedPayloadHelper.h>
 
 #include <Kiv/AppDomain.h>
@@ -30,6 +31,10 @@ INotificationManagerInfo& SpecializedPayloadHelper::GetINotificationManagerInfo(
     if (Commons::Singleton<Commons::AppDomain>::pInstance != nullptr)
     {
         using Internal::NotificationBroker::NotificationBroker;
+        if (AppDomainSingleton<NotificationManager>::IsCreated())
+        {
+            return AppDomainSingleton<NotificationManager>::GetInstance();
+        }
         if (AppDomainSingleton<NotificationBroker>::IsCreated())
         {
             return AppDomainSingleton<NotificationBroker>::GetInstance();
