@@ -1,5 +1,6 @@
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/NotificationBroker/NotificationBroker.h>
+#include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/LongStringPayloadField.h>
 #include <Nm/NmSubscribeFailedPayload.h>
 #include <Nm/Notification.h>
@@ -26,6 +27,7 @@ using Kiv::InvalidOperationException;
 using Kiv::String;
 using Kiv::System::Nm::Internal::NotificationBroker::NotificationBroker;
 using Kiv::System::Tul::TulType;
+using ::testing::HasSubstr;
 using ::testing::ThrowsMessage;
 using Variant = TulVariant<512>;
 
@@ -94,11 +96,12 @@ protected:
     static void SetUpTestSuite()
     {
         Kiv::System::Commons::AppDomain::Create("ProcessA");
-        AppDomainSingleton<NotificationBroker>::CreateInstance(16u);
+        // With the manager: a payload of the wrong type is reported in the names that it finds.
+        Kiv::System::Nm::Internal::NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(""));
     }
     static void TearDownTestSuite()
     {
-        AppDomainSingleton<NotificationBroker>::DisposeInstance();
+        Kiv::System::Nm::Internal::NotificationManagerSetup::Dispose();
         Kiv::System::Commons::AppDomain::Dispose();
         Kiv::System::Tul::ServiceManager::Reset();
     }
@@ -106,17 +109,15 @@ protected:
 };
 }  // namespace
 
-TEST(PayloadWithoutBrokerTest, TypeIdsNeedABrokerAndAWrongTypeIsReportedByNumbers)
+TEST(PayloadWithoutBrokerTest, TypeIdsNeedABrokerAndAWrongTypeNeedsAManager)
 {
     EXPECT_EQ(NeverUsedPayload::GetPayloadTypeName(), "(anonymous namespace)::NeverUsedPayload");
     EXPECT_THAT([] { NeverUsedPayload(); }, ThrowsMessage<InvalidOperationException>(
                                                 "Cannot access NotificationManager or NotificationBroker!"));
 
     const Notification notification = Wrap(PayloadTypeId(5), {Variant("{}")});
-    EXPECT_THAT(
-        [&] { GenericPayload(PayloadTypeId(9), "Mine", notification); },
-        ThrowsMessage<ArgumentException>("Creating payload object with invalid type parameter 'Mine': "
-                                         "The notification '7' uses PayloadType '5'"));
+    EXPECT_THAT([&] { GenericPayload(PayloadTypeId(9), "Mine", notification); },
+                ThrowsMessage<Kiv::Exception>(HasSubstr("was not created yet!")));
 }
 
 TEST(GenericPayloadTest, UnderConstructionFieldsAreDeclaredAndStoredWithoutTypeCheck)
