@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake ninja-build pkg-config
   clang clang-format libclang-rt-14-dev
-  libfmt-dev libboost-dev libxml2-dev libspdlog-dev
+  libfmt-dev libboost-dev libxml2-dev libspdlog-dev nlohmann-json3-dev
   liblttng-ust-dev lttng-tools babeltrace2
   libgtest-dev libgmock-dev googletest libbenchmark-dev
 )

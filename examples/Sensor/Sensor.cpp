@@ -1,0 +1,110 @@
+// demo-sensor: a component that measures a plant and tells the system. It registers three names under
+// Demo.Plant, sends a temperature reading now and then with a blocking send, and a pressure reading
+// from a timed loop through the non-blocking path, the way a cyclic control task would. An alarm with a
+// plain text payload goes out when the temperature crosses its limit.
+
+#include "PlantReading.h"
+
+#include "Common/ProcessOptions.h"
+
+#include <Nm/Internal/NotificationManagerSetup.h>
+#include <Nm/NotificationManager.h>
+#include <Nm/NotificationRegistration.h>
+#include <Nm/StringPayload.h>
+
+#include <Kiv/AppDomain.h>
+#include <Kiv/Exception.h>
+
+#include <cmath>
+#include <iostream>
+#include <thread>
+
+using namespace Kiv::System::Nm;
+
+int main(int argc, char** argv)
+{
+    KivTools::SystemOptions system;
+    std::string name = "Sensor";
+    int periodMs = 500;
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    for (std::size_t i = 0; i < args.size(); ++i)
+    {
+        if (system.Take(args, i))
+        {
+            continue;
+        }
+        if (args[i] == "--name" && i + 1 < args.size())
+        {
+            name = args[++i];
+        }
+        else if (args[i] == "--period-ms" && i + 1 < args.size())
+        {
+            periodMs = std::stoi(args[++i]);
+        }
+        else
+        {
+            std::cerr << "usage: demo-sensor [--name NAME] [--period-ms N] [--system S] [--endpoints D]\n";
+            return 2;
+        }
+    }
+
+    const sigset_t signals = KivTools::BlockStopSignals();
+    system.Apply();
+    Kiv::System::Commons::AppDomain::Create(name.c_str());
+    try
+    {
+        Internal::NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
+    }
+    catch (const Kiv::Exception& e)
+    {
+        std::cerr << "demo-sensor: cannot join the system: " << e.GetMessage() << std::endl;
+        return 1;
+    }
+
+    {
+        auto& manager = NotificationManager::GetInstance();
+        NotificationRegistration<Demo::PlantReading> temperature("Demo.Plant.Temperature", name.c_str(),
+                                                                 Severity::Info, manager);
+        NotificationRegistration<Demo::PlantReading> pressure("Demo.Plant.Pressure", name.c_str(), Severity::Info,
+                                                              manager);
+        NotificationRegistration<StringPayload> alarm("Demo.Plant.Alarm", name.c_str(), Severity::Warning, manager);
+        std::cout << "sensor ready" << std::endl;
+
+        // The timed loop: a fixed period, and in it only the non-blocking send of the pressure, which
+        // neither waits for the broker nor makes a remote call on this thread.
+        auto next = std::chrono::steady_clock::now();
+        for (int cycle = 0;; ++cycle)
+        {
+            const double pressure_bar = 2.0 + 0.1 * std::sin(cycle / 5.0);
+            const auto future = manager.NonBlockingSendNotification(
+                pressure.GetNotificationNameId(), Kiv::DateTime::GetUtcNow(),
+                Demo::PlantReading("pressure", pressure_bar, "bar"));
+            if (!future.IsValid())
+            {
+                std::cerr << "demo-sensor: the non-blocking queue is full" << std::endl;
+            }
+            if (cycle % 2 == 0)
+            {
+                const double degrees = 20.0 + (cycle % 20);
+                temperature.SendNotification(Demo::PlantReading("temperature", degrees, "degC"));
+                if (degrees > 37.0)
+                {
+                    alarm.SendNotification(StringPayload("temperature above 37 degC"));
+                }
+            }
+            next += std::chrono::milliseconds(periodMs);
+            const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
+            const int signal = KivTools::WaitForSignal(signals, std::max(wait, std::chrono::milliseconds(0)));
+            if (signal == SIGINT || signal == SIGTERM)
+            {
+                break;
+            }
+        }
+    }
+
+    Internal::NotificationManagerSetup::Dispose();
+    Kiv::System::Commons::AppDomain::Dispose();
+    Kiv::System::Tul::ServiceManager::Shutdown();
+    std::cout << "sensor stopped" << std::endl;
+    return 0;
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+// What every program of the system shares on its command line: which system it joins and where that
+// system's endpoints are. The environment gives the defaults, so that a shell session set up once with
+// KIV_SYSTEM and KIV_ENDPOINTS needs no options.
+
+#include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulSettings.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <csignal>
+#include <pthread.h>
+
+namespace KivTools
+{
+struct SystemOptions
+{
+    std::string system = Env("KIV_SYSTEM", "default");
+    std::string endpoints = Env("KIV_ENDPOINTS", "/tmp/kiv-tul");
+    std::chrono::milliseconds connectWait{10000};
+
+    static std::string Env(const char* name, const char* fallback)
+    {
+        const char* value = std::getenv(name);
+        return value != nullptr && *value != '\0' ? value : fallback;
+    }
+
+    /// Takes "--system X" or "--endpoints D" at `args[i]`, advancing `i`; false for anything else.
+    bool Take(const std::vector<std::string>& args, std::size_t& i)
+    {
+        if (args[i] == "--system" || args[i] == "--endpoints")
+        {
+            if (i + 1 >= args.size())
+            {
+                throw std::invalid_argument(args[i] + " needs a value");
+            }
+            (args[i] == "--system" ? system : endpoints) = args[i + 1];
+            ++i;
+            return true;
+        }
+        return false;
+    }
+
+    void Apply() const
+    {
+        Kiv::System::Tul::TulSettings settings;
+        settings.systemName = system.c_str();
+        settings.endpointDirectory = endpoints.c_str();
+        settings.connectWait = connectWait;
+        Kiv::System::Tul::ServiceManager::Configure(settings);
+    }
+};
+
+/// Blocks the stop signals in this thread and every thread it starts later, so that one thread can wait
+/// for them with sigwait instead of running code in a handler.
+inline sigset_t BlockStopSignals()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGUSR1);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+/// The next blocked signal, or 0 when `timeout` passed first.
+inline int WaitForSignal(const sigset_t& signals, std::chrono::milliseconds timeout)
+{
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    timespec limit{static_cast<time_t>(seconds.count()),
+                   static_cast<long>(std::chrono::nanoseconds(timeout - seconds).count())};
+    const int signal = sigtimedwait(&signals, nullptr, &limit);
+    return signal > 0 ? signal : 0;
+}
+}  // namespace KivTools

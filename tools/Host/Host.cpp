@@ -1,0 +1,170 @@
+// kivnm-host: runs one process of a notification system. With --broker it is the main process, which
+// holds the broker and publishes its services; without, an ordinary process that joins the broker of
+// its system. It prints "ready" on stdout once set up and "dispatching" once the broker delivers, logs
+// to stderr, and disposes cleanly on SIGINT or SIGTERM.
+
+#include "Common/ProcessOptions.h"
+
+#include <Nm/Internal/NotificationManagerSetup.h>
+
+#include <Kiv/AppDomain.h>
+#include <Kiv/Exception.h>
+#include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulPolicyAuthorizator.h>
+
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+namespace
+{
+using Kiv::System::Nm::Internal::NotificationManagerSetup;
+
+const char* const usage =
+    "usage: kivnm-host --name NAME [--broker] [--settings FILE] [--system NAME] [--endpoints DIR]\n"
+    "                  [--policy FILE] [--start-after SECONDS | --start-on-signal]\n"
+    "  --name NAME        the process's name, unique in its system (its dispatcher is published under it)\n"
+    "  --broker           this is the main process: it holds the broker\n"
+    "  --settings FILE    queue lengths (XML); default: built-in lengths\n"
+    "  --system NAME      the system to join (default: $KIV_SYSTEM or \"default\")\n"
+    "  --endpoints DIR    where the system's endpoints are (default: $KIV_ENDPOINTS or /tmp/kiv-tul)\n"
+    "  --policy FILE      who may call the public service (XML); default: this user and root\n"
+    "  --start-after S    start delivering S seconds after set-up (default 2; broker only)\n"
+    "  --start-on-signal  start delivering on SIGUSR1 instead\n";
+
+struct Options
+{
+    std::string name;
+    bool broker = false;
+    std::string settings;
+    std::string policy;
+    std::optional<double> startAfter = 2.0;
+    KivTools::SystemOptions system;
+};
+
+Options Parse(int argc, char** argv)
+{
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    Options options;
+    for (std::size_t i = 0; i < args.size(); ++i)
+    {
+        const std::string& arg = args[i];
+        const auto value = [&]() -> const std::string& {
+            if (i + 1 >= args.size())
+            {
+                throw std::invalid_argument(arg + " needs a value");
+            }
+            return args[++i];
+        };
+        if (options.system.Take(args, i))
+        {
+        }
+        else if (arg == "--name")
+        {
+            options.name = value();
+        }
+        else if (arg == "--broker")
+        {
+            options.broker = true;
+        }
+        else if (arg == "--settings")
+        {
+            options.settings = value();
+        }
+        else if (arg == "--policy")
+        {
+            options.policy = value();
+        }
+        else if (arg == "--start-after")
+        {
+            options.startAfter = std::stod(value());
+        }
+        else if (arg == "--start-on-signal")
+        {
+            options.startAfter.reset();
+        }
+        else
+        {
+            throw std::invalid_argument("unknown option " + arg);
+        }
+    }
+    if (options.name.empty())
+    {
+        throw std::invalid_argument("--name is required");
+    }
+    return options;
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    try
+    {
+        options = Parse(argc, argv);
+    }
+    catch (const std::exception& e)
+    {
+        std::cerr << "kivnm-host: " << e.what() << "\n" << usage;
+        return 2;
+    }
+
+    const sigset_t signals = KivTools::BlockStopSignals();
+    std::unique_ptr<Kiv::System::Tul::TulPolicyAuthorizator> policy;
+    try
+    {
+        options.system.Apply();
+        if (!options.policy.empty())
+        {
+            policy = std::make_unique<Kiv::System::Tul::TulPolicyAuthorizator>(options.policy.c_str());
+            Kiv::System::Tul::ServiceManager::SetAuthorizator(policy.get());
+        }
+        Kiv::System::Commons::AppDomain::Create(options.name.c_str());
+        if (options.broker)
+        {
+            NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(options.settings.c_str()));
+        }
+        else
+        {
+            NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(options.settings.c_str()));
+        }
+    }
+    catch (const Kiv::Exception& e)
+    {
+        std::cerr << "kivnm-host: set-up failed: " << e.GetMessage() << "\n";
+        Kiv::System::Tul::ServiceManager::Shutdown();
+        return 1;
+    }
+    std::cout << "ready" << std::endl;
+
+    const auto setUp = std::chrono::steady_clock::now();
+    bool started = !options.broker;
+    int signal = 0;
+    while (signal != SIGINT && signal != SIGTERM)
+    {
+        auto wait = std::chrono::milliseconds(1000);
+        if (!started && options.startAfter)
+        {
+            const auto due = setUp + std::chrono::duration<double>(*options.startAfter);
+            wait = std::max(std::chrono::milliseconds(0),
+                            std::chrono::duration_cast<std::chrono::milliseconds>(due - std::chrono::steady_clock::now()));
+        }
+        signal = KivTools::WaitForSignal(signals, wait);
+        const bool due = options.startAfter && std::chrono::steady_clock::now() - setUp >=
+                                                   std::chrono::duration<double>(*options.startAfter);
+        if (!started && (signal == SIGUSR1 || (signal == 0 && due)))
+        {
+            NotificationManagerSetup::StartDispatching();
+            started = true;
+            std::cout << "dispatching" << std::endl;
+        }
+    }
+
+    NotificationManagerSetup::Dispose();
+    Kiv::System::Commons::AppDomain::Dispose();
+    Kiv::System::Tul::ServiceManager::Shutdown();
+    Kiv::System::Tul::ServiceManager::SetAuthorizator(nullptr);
+    std::cout << "stopped" << std::endl;
+    return 0;
+}
