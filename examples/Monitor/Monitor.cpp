@@ -56,11 +56,14 @@ int main(int argc, char** argv)
     {
         // The subscriber must go before the manager: it unsubscribes when it is destroyed.
         NotificationSubscriber plant("Demo.Plant");
-        plant.AddHandler([](const Notification& notification) {
-            const auto& manager = NotificationManager::GetInstance();
-            std::cout << "monitor: " << manager.GetNotificationName(notification.GetNotificationNameId()) << " ["
-                      << notification.GetSeverity() << "] " << GenericPayload(notification).ToString() << std::endl;
-        });
+        plant.AddHandler(
+            [](const Notification& notification)
+            {
+                const auto& manager = NotificationManager::GetInstance();
+                std::cout << "monitor: " << manager.GetNotificationName(notification.GetNotificationNameId())
+                          << " [" << notification.GetSeverity() << "] "
+                          << GenericPayload(notification).ToString() << std::endl;
+            });
         std::cout << "monitor ready" << std::endl;
         int signal = 0;
         while (signal != SIGINT && signal != SIGTERM)

@@ -65,9 +65,10 @@ int main(int argc, char** argv)
         auto& manager = NotificationManager::GetInstance();
         NotificationRegistration<Demo::PlantReading> temperature("Demo.Plant.Temperature", name.c_str(),
                                                                  Severity::Info, manager);
-        NotificationRegistration<Demo::PlantReading> pressure("Demo.Plant.Pressure", name.c_str(), Severity::Info,
-                                                              manager);
-        NotificationRegistration<StringPayload> alarm("Demo.Plant.Alarm", name.c_str(), Severity::Warning, manager);
+        NotificationRegistration<Demo::PlantReading> pressure("Demo.Plant.Pressure", name.c_str(),
+                                                              Severity::Info, manager);
+        NotificationRegistration<StringPayload> alarm("Demo.Plant.Alarm", name.c_str(), Severity::Warning,
+                                                      manager);
         std::cout << "sensor ready" << std::endl;
 
         // The timed loop: a fixed period, and in it only the non-blocking send of the pressure, which
@@ -93,7 +94,8 @@ int main(int argc, char** argv)
                 }
             }
             next += std::chrono::milliseconds(periodMs);
-            const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(next - std::chrono::steady_clock::now());
+            const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(
+                next - std::chrono::steady_clock::now());
             const int signal = KivTools::WaitForSignal(signals, std::max(wait, std::chrono::milliseconds(0)));
             if (signal == SIGINT || signal == SIGTERM)
             {

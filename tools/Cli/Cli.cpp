@@ -29,6 +29,7 @@
 #include <iomanip>
 #include <iostream>
 #include <list>
+#include <set>
 #include <mutex>
 #include <sstream>
 
@@ -67,6 +68,11 @@ public:
     {
         const std::string& command = args.at(0);
         const std::vector<std::string> rest(args.begin() + 1, args.end());
+        static const std::set<std::string> commands{"list", "show", "types", "stats", "state", "send", "watch"};
+        if (commands.count(command) == 0)
+        {
+            throw UsageError("unknown command " + command);
+        }
         if (command == "watch")
         {
             return Watch(rest);
@@ -86,8 +92,9 @@ public:
         }
         if (command == "stats" && rest.empty())
         {
-            return Print(Json{{"submitted", service->GetNumberOfSubmittedNotifications()}},
-                         "submitted notifications: " + std::to_string(service->GetNumberOfSubmittedNotifications()));
+            return Print(
+                Json{{"submitted", service->GetNumberOfSubmittedNotifications()}},
+                "submitted notifications: " + std::to_string(service->GetNumberOfSubmittedNotifications()));
         }
         if (command == "state" && rest.size() <= 1)
         {
@@ -132,12 +139,13 @@ private:
     {
         const NotificationRegistrationInfo info = service->GetNotificationRegistration(id);
         const std::uint16_t typeId = info.GetPayloadTypeId().GetValue();
-        return Json{{"id", id},
-                    {"name", info.GetNotificationName().c_str()},
-                    {"status", Kiv::GetEnumString(info.GetStatus())},
-                    {"severity", Kiv::GetEnumString(info.GetSeverity())},
-                    {"sender", info.GetSenderName().c_str()},
-                    {"payloadType", typeId == 0 ? "" : service->GetPayloadTypeName(typeId).ToString().c_str()}};
+        return Json{
+            {"id", id},
+            {"name", info.GetNotificationName().c_str()},
+            {"status", Kiv::GetEnumString(info.GetStatus())},
+            {"severity", Kiv::GetEnumString(info.GetSeverity())},
+            {"sender", info.GetSenderName().c_str()},
+            {"payloadType", typeId == 0 ? "" : service->GetPayloadTypeName(typeId).ToString().c_str()}};
     }
 
     int List(const std::vector<std::string>& rest)
@@ -169,8 +177,9 @@ private:
 
     static NotificationRegistrationStatus ParseStatus(const std::string& text)
     {
-        for (const auto status : {NotificationRegistrationStatus::Registered, NotificationRegistrationStatus::Unregistered,
-                                  NotificationRegistrationStatus::Subscribed})
+        for (const auto status :
+             {NotificationRegistrationStatus::Registered, NotificationRegistrationStatus::Unregistered,
+              NotificationRegistrationStatus::Subscribed})
         {
             std::string name = Kiv::GetEnumString(status);
             std::transform(name.begin(), name.end(), name.begin(), ::tolower);
@@ -184,7 +193,8 @@ private:
 
     int Show(const std::string& nameOrId)
     {
-        const bool numeric = !nameOrId.empty() && nameOrId.find_first_not_of("0123456789") == std::string::npos;
+        const bool numeric =
+            !nameOrId.empty() && nameOrId.find_first_not_of("0123456789") == std::string::npos;
         const std::uint32_t id =
             numeric ? static_cast<std::uint32_t>(std::stoul(nameOrId))
                     : service->GetNotificationNameId(Services::ToTulString(nameOrId.c_str()));
@@ -192,8 +202,8 @@ private:
         std::ostringstream text;
         for (const auto& [key, value] : row.items())
         {
-            text << std::left << std::setw(12) << (key + ":") << (value.is_string() ? value.get<std::string>() : value.dump())
-                 << "\n";
+            text << std::left << std::setw(12) << (key + ":")
+                 << (value.is_string() ? value.get<std::string>() : value.dump()) << "\n";
         }
         std::string out = text.str();
         out.pop_back();
@@ -268,7 +278,8 @@ private:
                 }
                 else if (!Kiv::TryGetEnumValue(rest[++i].c_str(), severity))
                 {
-                    throw UsageError("unknown severity " + rest[i] + " (Info, Warning, Error, Critical, Fatal, Emerge)");
+                    throw UsageError("unknown severity " + rest[i] +
+                                     " (Info, Warning, Error, Critical, Fatal, Emerge)");
                 }
             }
             else
@@ -282,8 +293,8 @@ private:
         }
         const std::string typeName = StringPayload::GetPayloadTypeName().c_str();
         const std::uint32_t id = RegisterIfNeeded(positional[0], sender, severity, typeName);
-        const std::uint64_t notificationId =
-            service->SendNotification(id, Kiv::DateTime::GetUtcNow(), MakeStringPayload(typeName, positional[1]));
+        const std::uint64_t notificationId = service->SendNotification(
+            id, Kiv::DateTime::GetUtcNow(), MakeStringPayload(typeName, positional[1]));
         if (notificationId == 0)
         {
             throw std::runtime_error("the broker's queue is full; the notification was dropped");
@@ -310,20 +321,23 @@ private:
         catch (const Kiv::InvalidOperationException&)
         {
         }
-        return service->RegisterNotification(Services::ToTulString(name.c_str()), Services::ToTulString(sender.c_str()),
-                                             severity, Services::ToTulString(typeName.c_str()));
+        return service->RegisterNotification(Services::ToTulString(name.c_str()),
+                                             Services::ToTulString(sender.c_str()), severity,
+                                             Services::ToTulString(typeName.c_str()));
     }
 
     /// The values of a StringPayload, made without asking a broker of this process for the type's id:
     /// the broker keeps the payload type under its name.
-    std::vector<Kiv::System::Nm::TulVariant<512>> MakeStringPayload(const std::string& typeName, const std::string& text)
+    std::vector<Kiv::System::Nm::TulVariant<512>> MakeStringPayload(const std::string& typeName,
+                                                                    const std::string& text)
     {
         const std::uint16_t typeId = service->GetPayloadTypeId(Services::ToTulString(typeName.c_str()));
         GenericPayload payload(PayloadTypeId(typeId), typeName.c_str());
         LongStringPayloadField field(payload, payload.AddField(Kiv::System::Tul::TulType::UInt32));
         field.CreatePayloadFieldsForString(text.c_str());
         field.SetLongStringFieldValues(text.c_str());
-        payload.SetFieldValue(payload.GetFieldIndexFormatString(), Kiv::System::Nm::TulVariant<512>(field.GetFormatString()));
+        payload.SetFieldValue(payload.GetFieldIndexFormatString(),
+                              Kiv::System::Nm::TulVariant<512>(field.GetFormatString()));
         return payload.GetAsRawPayloadType();
     }
 
@@ -356,7 +370,8 @@ int Cli::Watch(const std::vector<std::string>& names)
     }
 
     std::mutex output;
-    auto print = [&](const Notification& notification) {
+    auto print = [&](const Notification& notification)
+    {
         auto& manager = NotificationManager::GetInstance();
         const Json line{{"time", notification.GetTimestamp().ToIso8601String().c_str()},
                         {"id", notification.GetId().GetValue()},
@@ -371,9 +386,10 @@ int Cli::Watch(const std::vector<std::string>& names)
         }
         else
         {
-            std::cout << line["time"].get<std::string>() << "  #" << line["id"] << "  " << line["name"].get<std::string>()
-                      << "  [" << line["severity"].get<std::string>() << "]  " << line["payloadType"].get<std::string>()
-                      << "  " << line["text"].get<std::string>() << std::endl;
+            std::cout << line["time"].get<std::string>() << "  #" << line["id"] << "  "
+                      << line["name"].get<std::string>() << "  [" << line["severity"].get<std::string>()
+                      << "]  " << line["payloadType"].get<std::string>() << "  "
+                      << line["text"].get<std::string>() << std::endl;
         }
     };
 
@@ -423,7 +439,7 @@ int main(int argc, char** argv)
             {
                 json = true;
             }
-            else if (args.empty() && system.Take(all, i))
+            else if (system.Take(all, i))
             {
             }
             else if (all[i] == "-h" || all[i] == "--help")

@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include <csignal>
 #include <pthread.h>
+#include <csignal>
 
 namespace KivTools
 {

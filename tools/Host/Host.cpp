@@ -50,7 +50,8 @@ Options Parse(int argc, char** argv)
     for (std::size_t i = 0; i < args.size(); ++i)
     {
         const std::string& arg = args[i];
-        const auto value = [&]() -> const std::string& {
+        const auto value = [&]() -> const std::string&
+        {
             if (i + 1 >= args.size())
             {
                 throw std::invalid_argument(arg + " needs a value");
@@ -147,8 +148,9 @@ int main(int argc, char** argv)
         if (!started && options.startAfter)
         {
             const auto due = setUp + std::chrono::duration<double>(*options.startAfter);
-            wait = std::max(std::chrono::milliseconds(0),
-                            std::chrono::duration_cast<std::chrono::milliseconds>(due - std::chrono::steady_clock::now()));
+            wait =
+                std::max(std::chrono::milliseconds(0), std::chrono::duration_cast<std::chrono::milliseconds>(
+                                                           due - std::chrono::steady_clock::now()));
         }
         signal = KivTools::WaitForSignal(signals, wait);
         const bool due = options.startAfter && std::chrono::steady_clock::now() - setUp >=
