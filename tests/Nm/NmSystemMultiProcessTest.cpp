@@ -1,0 +1,139 @@
+#include <Support/ScriptedProcess.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <filesystem>
+#include <memory>
+
+// A whole system of real processes, each driven by commands: the main process with the broker and
+// component processes, in a system and endpoint directory of the test's own.
+
+using Kiv::Testing::ScriptedProcess;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+namespace
+{
+class NmSystemTest : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char made[] = "/tmp/kiv-nm-system-XXXXXX";
+        ASSERT_NE(mkdtemp(made), nullptr);
+        directory = made;
+        chmod(made, 0755);  // a process of another user makes its way to the endpoints
+        static int tests = 0;
+        system = "nm-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
+    }
+    void TearDown() override
+    {
+        processes.clear();
+        std::filesystem::remove_all(directory);
+    }
+
+    ScriptedProcess& Start(const std::string& name, std::optional<uid_t> uid = std::nullopt)
+    {
+        processes.push_back(std::make_unique<ScriptedProcess>(
+            NM_PROBE, std::vector<std::string>{system, directory, name}, uid));
+        return *processes.back();
+    }
+
+    /// The next notification line for subscription `name`, without the prefix: "<full name> <text>".
+    static std::string Notified(ScriptedProcess& process, const std::string& name)
+    {
+        const std::string prefix = "notify " + name + " ";
+        const std::string line = process.WaitForPrefix(prefix);
+        return line.empty() ? "(nothing)" : line.substr(prefix.size());
+    }
+
+    std::string directory;
+    std::string system;
+    std::vector<std::unique_ptr<ScriptedProcess>> processes;
+};
+}  // namespace
+
+TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRefusalsKeepTheirClass)
+{
+    // The components come up first and wait for the broker within the connect wait.
+    ScriptedProcess& sender = Start("Sender");
+    ScriptedProcess& receiver = Start("Receiver");
+    const std::string baseline = sender.Ask("resources");
+    sender.Send("setup client");
+    receiver.Send("setup client");
+    ScriptedProcess& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    ASSERT_EQ(sender.WaitForPrefix("ok"), "ok");
+    ASSERT_EQ(receiver.WaitForPrefix("ok"), "ok");
+
+    // Subscriptions before anybody registered the names, on a leaf and on its parent, in two processes.
+    ASSERT_THAT(receiver.Ask("subscribe Plant.Pump.Speed"), StartsWith("ok"));
+    ASSERT_THAT(receiver.Ask("subscribe Plant"), StartsWith("ok"));
+    ASSERT_THAT(main.Ask("subscribe Plant.Pump"), StartsWith("ok"));
+    ASSERT_THAT(sender.Ask("register Plant.Pump.Speed"), StartsWith("ok"));
+    ASSERT_THAT(sender.Ask("register Ping"), StartsWith("ok"));
+    ASSERT_THAT(receiver.Ask("register Pong"), StartsWith("ok"));
+    ASSERT_THAT(receiver.Ask("relay Ping Pong"), StartsWith("ok"));
+    ASSERT_THAT(sender.Ask("subscribe Pong"), StartsWith("ok"));
+    ASSERT_EQ(sender.Ask("send Plant.Pump.Speed one"), "ok 1");  // queued until the start
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    ASSERT_THAT(sender.Ask("send Plant.Pump.Speed two"), StartsWith("ok"));
+    ASSERT_THAT(sender.Ask("nbsend Plant.Pump.Speed three from the non-blocking path"), StartsWith("ok"));
+    for (const char* text : {"one", "two", "three from the non-blocking path"})
+    {
+        EXPECT_EQ(Notified(receiver, "Plant.Pump.Speed"), std::string("Plant.Pump.Speed ") + text);
+        EXPECT_EQ(Notified(receiver, "Plant"), std::string("Plant.Pump.Speed ") + text);
+        EXPECT_EQ(Notified(main, "Plant.Pump"), std::string("Plant.Pump.Speed ") + text);
+    }
+
+    // The receiver sends from inside Notify while the broker's thread waits on that delivery.
+    ASSERT_THAT(sender.Ask("send Ping ball"), StartsWith("ok"));
+    EXPECT_EQ(Notified(sender, "Pong"), "Pong relayed ball");
+
+    // Refusals of the broker reach the remote caller with their class and text; name id 1 is "Kiv",
+    // a parent without a registration.
+    EXPECT_THAT(sender.Ask("name 99999"),
+                StartsWith("error Kiv::ArgumentException: The supplied notification name id is unknown."));
+    EXPECT_EQ(
+        sender.Ask("sendid 1"),
+        "error Kiv::InvalidOperationException: Cannot send Notification. NotificationRepository: Tried to "
+        "query unknown NotificationNameId=1.");
+
+    // A process that dies leaves the others served.
+    receiver.Stop(SIGKILL);
+    ASSERT_THAT(sender.Ask("send Plant.Pump.Speed after the crash"), StartsWith("ok"));
+    EXPECT_EQ(Notified(main, "Plant.Pump"), "Plant.Pump.Speed after the crash");
+    EXPECT_EQ(sender.Ask("name 1"), "ok Kiv");
+
+    // Leaving takes every thread and socket of the library with it, and the endpoint.
+    ASSERT_EQ(sender.Ask("dispose"), "ok");
+    EXPECT_EQ(sender.Ask("resources"), baseline);
+    ASSERT_EQ(main.Ask("dispose"), "ok");
+    std::vector<std::string> left;
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+    {
+        left.push_back(entry.path().filename().string());
+    }
+    // The killed receiver could not clean up after itself; nobody else left anything.
+    EXPECT_THAT(left, ::testing::ElementsAre(system + ".Receiver.sock"));
+}
+
+TEST_F(NmSystemTest, ThePublicServiceRefusesEveryOperationToAnotherUserUnderTheDefaultPolicy)
+{
+    ScriptedProcess& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker"), "ok");
+
+    ScriptedProcess& stranger = Start("Stranger", 65534);
+    stranger.Send("public");
+    ScriptedProcess& owner = Start("Owner");
+    owner.Send("public");
+    for (int i = 0; i < 11; ++i)
+    {
+        EXPECT_THAT(stranger.WaitForPrefix("op "), HasSubstr("Kiv::UnauthorizedAccessException"));
+        EXPECT_THAT(owner.WaitForPrefix("op "), ::testing::Not(HasSubstr("Unauthorized")));
+    }
+    ASSERT_EQ(main.Ask("dispose"), "ok");
+}
