@@ -1,4 +1,4 @@
-#include <Support/ScriptedProcess.h>
+#include <Nm/Support/ProbeSystem.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,43 +16,7 @@ using ::testing::StartsWith;
 
 namespace
 {
-class NmSystemTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        char made[] = "/tmp/kiv-nm-system-XXXXXX";
-        ASSERT_NE(mkdtemp(made), nullptr);
-        directory = made;
-        chmod(made, 0755);  // a process of another user makes its way to the endpoints
-        static int tests = 0;
-        system = "nm-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
-    }
-    void TearDown() override
-    {
-        processes.clear();
-        std::filesystem::remove_all(directory);
-    }
-
-    ScriptedProcess& Start(const std::string& name, std::optional<uid_t> uid = std::nullopt)
-    {
-        processes.push_back(std::make_unique<ScriptedProcess>(
-            NM_PROBE, std::vector<std::string>{system, directory, name}, uid));
-        return *processes.back();
-    }
-
-    /// The next notification line for subscription `name`, without the prefix: "<full name> <text>".
-    static std::string Notified(ScriptedProcess& process, const std::string& name)
-    {
-        const std::string prefix = "notify " + name + " ";
-        const std::string line = process.WaitForPrefix(prefix);
-        return line.empty() ? "(nothing)" : line.substr(prefix.size());
-    }
-
-    std::string directory;
-    std::string system;
-    std::vector<std::unique_ptr<ScriptedProcess>> processes;
-};
+using NmSystemTest = Kiv::Testing::ProbeSystem;
 }  // namespace
 
 TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRefusalsKeepTheirClass)

@@ -1,7 +1,7 @@
 // A process of a test system, driven by commands on its standard input, one per line. It answers each
 // with a line that starts with "ok" or with "error <exception class>: <message>", and prints
 // "notify <subscribed name> <full name> <text>" for each notification that reaches one of its subscribers.
-// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME
+// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]
 
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/NotificationManagerSetup.h>
@@ -22,6 +22,7 @@
 
 #include <cxxabi.h>
 
+#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <iostream>
@@ -132,11 +133,13 @@ public:
         if (command == "setup")
         {
             Kiv::System::Commons::AppDomain::Create(processName.c_str());
-            const std::string kind = Rest(in);
+            std::string kind;
+            in >> kind;
+            const Kiv::String settings(Rest(in).c_str());
             try
             {
-                kind == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(""))
-                                 : NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
+                kind == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(settings)
+                                 : NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
             }
             catch (...)
             {
@@ -182,6 +185,88 @@ public:
                     Say("notify " + name + " " + fullName + " " + GenericPayload(n).ToString().c_str());
                 });
             return "ok " + std::to_string(subscriber.GetNotificationNameId().GetValue());
+        }
+        if (command == "hang")
+        {
+            // A subscriber that never returns, as one stuck on a lock would.
+            auto& subscriber = subscribers.emplace_back(Rest(in).c_str());
+            subscriber.AddHandler(
+                [](const Notification&)
+                {
+                    Say("hanging");
+                    for (;;)
+                    {
+                        std::this_thread::sleep_for(std::chrono::hours(1));
+                    }
+                });
+            return "ok";
+        }
+        if (command == "count")
+        {
+            // Texts are "<stream> <sequence>"; each stream must arrive complete, once, in order.
+            const std::string name = Rest(in);
+            auto& tally = tallies[name];
+            subscribers.emplace_back(name.c_str())
+                .AddHandler(
+                    [&tally](const Notification& n)
+                    {
+                        std::istringstream text(GenericPayload(n).ToString().c_str());
+                        std::string stream;
+                        long sequence = 0;
+                        text >> stream >> sequence;
+                        std::lock_guard<std::mutex> lock(tally.mutex);
+                        auto [last, fresh] = tally.last.emplace(stream, -1);
+                        tally.bad += sequence == last->second + 1 ? 0 : 1;
+                        last->second = sequence;
+                        ++tally.received;
+                    });
+            return "ok";
+        }
+        if (command == "report")
+        {
+            auto& tally = tallies.at(Rest(in));
+            std::lock_guard<std::mutex> lock(tally.mutex);
+            return "ok received=" + std::to_string(tally.received) + " bad=" + std::to_string(tally.bad);
+        }
+        if (command == "flood")
+        {
+            std::string name;
+            int threads = 0;
+            int count = 0;
+            in >> name >> threads >> count;
+            const auto& registration = registrations.at(name);
+            std::atomic<int> accepted{0};
+            std::vector<std::thread> senders;
+            for (int t = 0; t < threads; ++t)
+            {
+                senders.emplace_back(
+                    [&, t]
+                    {
+                        // A refused notification leaves a gap in its stream: only accepted ones are numbered.
+                        long sequence = 0;
+                        const std::string stream = processName + "/" + std::to_string(t);
+                        for (int i = 0; i < count; ++i)
+                        {
+                            const std::string text = stream + " " + std::to_string(sequence);
+                            if (registration.SendNotification(StringPayload(text.c_str())) !=
+                                NotificationId(0))
+                            {
+                                ++sequence;
+                                ++accepted;
+                            }
+                        }
+                    });
+            }
+            for (auto& sender : senders)
+            {
+                sender.join();
+            }
+            return "ok accepted=" + std::to_string(accepted.load()) +
+                   " refused=" + std::to_string(threads * count - accepted.load());
+        }
+        if (command == "stats")
+        {
+            return "ok submitted=" + std::to_string(Manager().GetNumberOfSubmittedNotifications());
         }
         if (command == "send" || command == "nbsend")
         {
@@ -249,23 +334,36 @@ public:
 private:
     static NotificationManager& Manager() { return NotificationManager::GetInstance(); }
 
+    struct Tally
+    {
+        std::mutex mutex;
+        std::map<std::string, long> last;
+        long received = 0;
+        long bad = 0;
+    };
+
     std::string processName;
     std::map<std::string, NotificationRegistration<StringPayload>> registrations;
+    std::map<std::string, Tally> tallies;
     std::list<NotificationSubscriber> subscribers;
 };
 }  // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 4)
+    if (argc != 4 && argc != 5)
     {
-        std::cerr << "usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME\n";
+        std::cerr << "usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]\n";
         return 2;
     }
     Kiv::System::Tul::TulSettings settings;
     settings.systemName = argv[1];
     settings.endpointDirectory = argv[2];
     settings.connectWait = std::chrono::seconds(20);
+    if (argc == 5)
+    {
+        settings.callTimeLimit = std::chrono::milliseconds(std::stoi(argv[4]));
+    }
     Kiv::System::Tul::ServiceManager::Configure(settings);
 
     Probe probe(argv[3]);
