@@ -256,15 +256,16 @@ protected:
         calling = std::async(std::launch::async,
                              [this]
                              {
+                                 // At least one call, however soon the test is done with its part.
                                  int calls = 0;
-                                 while (!stopCalling)
+                                 do
                                  {
                                      const std::string text = "call " + std::to_string(++calls);
                                      if (echo->Echo(text) != text || echo->Add(calls, 1) != calls + 1U)
                                      {
                                          return -calls;
                                      }
-                                 }
+                                 } while (!stopCalling);
                                  return calls;
                              });
     }
