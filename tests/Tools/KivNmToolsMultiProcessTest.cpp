@@ -11,6 +11,7 @@
 #include <fstream>
 #include <memory>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,6 +37,7 @@ protected:
         char made[] = "/tmp/kivnm-tools-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
+        chmod(made, 0755);  // the tool run as another user makes its way to the endpoints
         static int tests = 0;
         system = "tools-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
     }
@@ -61,9 +63,11 @@ protected:
     }
 
     /// Runs kivnm to its end.
-    ToolResult Tool(const std::vector<std::string>& args, bool inThisSystem = true) const
+    ToolResult Tool(const std::vector<std::string>& args, bool inThisSystem = true,
+                    bool asStranger = false) const
     {
-        std::string command = KIVNM_CLI;
+        std::string command =
+            std::string(asStranger ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") + KIVNM_CLI;
         if (inThisSystem)
         {
             for (const auto& arg : SystemArgs())
@@ -210,4 +214,25 @@ TEST_F(KivNmToolsTest, APolicyThatWithholdsSendingRefusesItAndStillAnswersQuesti
     EXPECT_THAT(refused.output, HasSubstr("SendNotification"));
     EXPECT_EQ(Tool({"stats"}).output, "submitted notifications: 0\n");
     EXPECT_EQ(ExitCode(host.Stop(SIGINT)), 0);
+}
+
+TEST_F(KivNmToolsTest, AnotherUserIsRefusedUnderTheDefaultPolicyAndServedUnderOneThatGrantsIt)
+{
+    ChildProcess& strict = Start(KIVNM_HOST, {"--name", "Main", "--broker"});
+    ASSERT_EQ(strict.ReadLine(), "ready");
+    const auto refused = Tool({"stats"}, true, true);
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_THAT(refused.output, HasSubstr("Access denied to 'GetNumberOfSubmittedNotifications'"));
+    EXPECT_THAT(refused.output, HasSubstr("uid 65534"));
+    EXPECT_EQ(Tool({"stats"}).exitCode, 0);
+    EXPECT_EQ(ExitCode(strict.Stop(SIGINT)), 0);
+
+    const std::string policy = directory + "/policy.xml";
+    std::ofstream(policy) << "<TulPolicy><Grant operations=\"*\" users=\"65534\"/></TulPolicy>\n";
+    ChildProcess& granting = Start(KIVNM_HOST, {"--name", "Main", "--broker", "--policy", policy});
+    ASSERT_EQ(granting.ReadLine(), "ready");
+    const auto served = Tool({"send", "A.B", "from another user"}, true, true);
+    EXPECT_EQ(served.exitCode, 0) << served.output;
+    EXPECT_EQ(Tool({"stats"}, true, true).output, "submitted notifications: 1\n");
+    EXPECT_EQ(ExitCode(granting.Stop(SIGINT)), 0);
 }
