@@ -1,0 +1,1225 @@
+// Where the time of a notification goes, beside what the machine's Unix sockets allow at best. One program
+// in several roles: without --role it is the driver, which runs every scenario several times, each run in
+// fresh processes (fork and exec of this program), and prints the median of the runs with their min and
+// max, also as JSON. The library is never touched by the driver itself, so forked children start clean.
+//
+// A notification carries a 56-character StringPayload whose text begins with the steady clock (the
+// system's CLOCK_MONOTONIC, shared by all processes) read just before the payload is made and sent; the
+// subscriber's handler reads the clock first thing, so a latency is "send call started" to "Notify
+// entered". Latencies come from a paced phase (the next send waits until every subscriber has seen the
+// last one), rates from an unpaced phase that follows it.
+
+#include <Nm/GenericPayload.h>
+#include <Nm/Internal/NotificationManagerSetup.h>
+#include <Nm/NonBlockingNotificationRegistration3ArgumentsBufferBase.h>
+#include <Nm/Notification.h>
+#include <Nm/NotificationManager.h>
+#include <Nm/NotificationRegistration.h>
+#include <Nm/NotificationSubscriber.h>
+#include <Nm/StringPayload.h>
+
+#include <Kiv/AppDomain.h>
+#include <Kiv/Logging/LogManager.h>
+#include <Kiv/System/Tul/ServiceManager.h>
+
+#include <fmt/format.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <numeric>
+#include <optional>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace
+{
+// Heap allocations of the current thread while `countAllocations` is set: the non-blocking row reports
+// them per call. The replaced operators below serve the whole process, the library included.
+thread_local bool countAllocations = false;
+thread_local std::uint64_t allocations = 0;
+
+void* Allocate(std::size_t size)
+{
+    allocations += countAllocations ? 1 : 0;
+    if (void* memory = std::malloc(size == 0 ? 1 : size))
+    {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    return Allocate(size);
+}
+void* operator new[](std::size_t size)
+{
+    return Allocate(size);
+}
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
+
+using namespace Kiv::System::Nm;
+using Kiv::System::Commons::AppDomain;
+using Kiv::System::Commons::Logging::LogLevel;
+using Kiv::System::Commons::Logging::LogManager;
+using Kiv::System::Nm::Internal::NotificationManagerSetup;
+using Kiv::System::Tul::ServiceManager;
+using Kiv::System::Tul::TulSettings;
+
+namespace
+{
+using Clock = std::chrono::steady_clock;
+constexpr std::size_t PayloadLength = 56;
+constexpr const char* Name = "Bench.Path.Tick";
+constexpr auto WaitLimit = std::chrono::seconds(60);
+// Large enough that the unpaced phase never finds the broker's queue full.
+constexpr std::uint32_t BrokerQueueLength = 1u << 20;
+
+std::int64_t NowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now().time_since_epoch()).count();
+}
+
+struct Options
+{
+    std::string role;  // empty: the driver
+    int runs = 5;
+    std::int64_t calls = 1 << 20;
+    int warmup = 500;
+    int latencySamples = 5000;
+    int messages = 20000;
+    int inProcessMessages = 100000;
+    int floorRoundTrips = 20000;
+    int floorMessages = 200000;
+    std::string json;
+    std::string only;
+    // Of a process role.
+    std::string dir;
+    std::string system;
+    std::string name;
+    bool broker = false;
+    bool sender = false;
+    int subscribers = 0;
+    int totalSubscribers = 0;
+    int remoteProcesses = 0;
+};
+
+Options Parse(int argc, char** argv)
+{
+    Options o;
+    const std::map<std::string, std::function<void(const std::string&)>> setters = {
+        {"role", [&](const std::string& v) { o.role = v; }},
+        {"runs", [&](const std::string& v) { o.runs = std::stoi(v); }},
+        {"calls", [&](const std::string& v) { o.calls = std::stoll(v); }},
+        {"warmup", [&](const std::string& v) { o.warmup = std::stoi(v); }},
+        {"latency-samples", [&](const std::string& v) { o.latencySamples = std::stoi(v); }},
+        {"messages", [&](const std::string& v) { o.messages = std::stoi(v); }},
+        {"in-process-messages", [&](const std::string& v) { o.inProcessMessages = std::stoi(v); }},
+        {"floor-round-trips", [&](const std::string& v) { o.floorRoundTrips = std::stoi(v); }},
+        {"floor-messages", [&](const std::string& v) { o.floorMessages = std::stoi(v); }},
+        {"json", [&](const std::string& v) { o.json = v; }},
+        {"only", [&](const std::string& v) { o.only = v; }},
+        {"dir", [&](const std::string& v) { o.dir = v; }},
+        {"system", [&](const std::string& v) { o.system = v; }},
+        {"name", [&](const std::string& v) { o.name = v; }},
+        {"broker", [&](const std::string& v) { o.broker = v == "1"; }},
+        {"sender", [&](const std::string& v) { o.sender = v == "1"; }},
+        {"subscribers", [&](const std::string& v) { o.subscribers = std::stoi(v); }},
+        {"total-subscribers", [&](const std::string& v) { o.totalSubscribers = std::stoi(v); }},
+        {"remote-processes", [&](const std::string& v) { o.remoteProcesses = std::stoi(v); }},
+    };
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string arg = argv[i];
+        const auto equals = arg.find('=');
+        const auto setter = setters.find(arg.substr(2, equals == std::string::npos ? equals : equals - 2));
+        if (arg.rfind("--", 0) != 0 || equals == std::string::npos || setter == setters.end())
+        {
+            throw std::invalid_argument(
+                "unknown argument " + arg +
+                "\nusage: NotificationPathBenchmark [--runs=5] [--calls=1048576] [--latency-samples=5000] "
+                "[--messages=20000] [--in-process-messages=100000] [--warmup=500] "
+                "[--floor-round-trips=20000] "
+                "[--floor-messages=200000] [--only=<row key substring>] [--json=<path>]");
+        }
+        setter->second(arg.substr(equals + 1));
+    }
+    return o;
+}
+
+double Percentile(std::vector<double>& samples, double fraction)
+{
+    if (samples.empty())
+    {
+        return 0;
+    }
+    const auto index = static_cast<std::size_t>(fraction * static_cast<double>(samples.size() - 1) + 0.5);
+    std::nth_element(samples.begin(), samples.begin() + static_cast<std::ptrdiff_t>(index), samples.end());
+    return samples[index];
+}
+
+/// What one run of a scenario measured; NaN where the row has no such figure.
+struct Figures
+{
+    double rate = std::nan("");
+    double p50 = std::nan("");
+    double p99 = std::nan("");
+    double p999 = std::nan("");
+    double dropped = std::nan("");
+    double allocations = std::nan("");
+};
+
+void SetLatencies(Figures& figures, std::vector<double>& samples)
+{
+    figures.p50 = Percentile(samples, 0.5);
+    figures.p99 = Percentile(samples, 0.99);
+    figures.p999 = Percentile(samples, 0.999);
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// Synchronisation between the processes of a run: named pipes in the run's directory, opened for reading
+// and writing by everyone so that no open blocks and no end sees end-of-file. Each pipe has one reading
+// process; a signal is one byte.
+
+class Fifo
+{
+public:
+    explicit Fifo(const std::string& path) : path(path), fd(open(path.c_str(), O_RDWR | O_CLOEXEC))
+    {
+        if (fd < 0)
+        {
+            throw std::runtime_error("cannot open " + path + ": " + std::strerror(errno));
+        }
+    }
+    Fifo(const Fifo&) = delete;
+    Fifo& operator=(const Fifo&) = delete;
+    ~Fifo() { close(fd); }
+
+    void Signal(int count = 1) const
+    {
+        for (int i = 0; i < count; ++i)
+        {
+            const char byte = 1;
+            while (write(fd, &byte, 1) != 1)
+            {
+                if (errno != EINTR)
+                {
+                    throw std::runtime_error("cannot write " + path);
+                }
+            }
+        }
+    }
+
+    void Wait(int count) const
+    {
+        const auto deadline = Clock::now() + WaitLimit;
+        char buffer[64];
+        while (count > 0)
+        {
+            pollfd entry{fd, POLLIN, 0};
+            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+            if (left.count() <= 0)
+            {
+                throw std::runtime_error("timed out waiting on " + path);
+            }
+            if (poll(&entry, 1, static_cast<int>(left.count())) <= 0)
+            {
+                continue;
+            }
+            const auto got = read(fd, buffer, static_cast<std::size_t>(std::min<int>(count, sizeof buffer)));
+            count -= got > 0 ? static_cast<int>(got) : 0;
+        }
+    }
+
+private:
+    std::string path;
+    int fd;
+};
+
+std::string Text(char phase, std::int64_t nanoseconds)
+{
+    std::string text = fmt::format("{}{:020d}", phase, nanoseconds);
+    text.resize(PayloadLength, '.');
+    return text;
+}
+
+/// All pipes of a run, opened when a process starts and kept until it ends: a pipe that nobody holds
+/// open loses what was written to it.
+struct Pipes
+{
+    explicit Pipes(const std::string& dir)
+        : setup(dir + "/setup"),
+          ready(dir + "/ready"),
+          go(dir + "/go"),
+          ack(dir + "/ack"),
+          leave(dir + "/leave"),
+          done(dir + "/done")
+    {
+    }
+
+    const Fifo setup;  // broker to the others: its services are published
+    const Fifo ready;  // to the broker: one per subscriber and sender set up
+    const Fifo go;     // broker to the sender: dispatching has started
+    const Fifo ack;    // subscribers to the sender: one per paced notification and the end
+    const Fifo leave;  // sender to the others: every subscriber has the end
+    const Fifo done;   // to the broker: a process has taken its part down
+};
+
+/// One subscriber: takes the time on entry, then looks at what the notification carries.
+class Receiver
+{
+public:
+    Receiver(const Fifo& ack, int latencySamples) : ack(ack) { latencies.reserve(latencySamples); }
+
+    void OnNotification(const Notification& notification)
+    {
+        const std::int64_t at = NowNs();
+        const Kiv::String text = GenericPayload(notification).ToString();
+        const char phase = text.empty() ? '?' : text[0];
+        const std::int64_t sent = std::strtoll(text.c_str() + (text.empty() ? 0 : 1), nullptr, 10);
+        switch (phase)
+        {
+            case 'W':
+                ack.Signal();
+                break;
+            case 'L':
+                latencies.push_back(static_cast<double>(at - sent));
+                ack.Signal();
+                break;
+            case 'T':
+                firstSent = received == 0 ? sent : firstSent;
+                lastReceived = at;
+                ++received;
+                break;
+            case 'E':
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                ended = true;
+                ack.Signal();
+                endedCondition.notify_all();
+                break;
+            }
+            default:
+                ++malformed;
+        }
+    }
+
+    void WaitForEnd()
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        if (!endedCondition.wait_for(lock, WaitLimit, [this] { return ended; }))
+        {
+            throw std::runtime_error("the end of the run never arrived");
+        }
+    }
+
+    /// First line: received, send time of the first, receipt time of the last, malformed; then the
+    /// latencies.
+    void Write(const std::string& path) const
+    {
+        std::ofstream out(path);
+        out << received << ' ' << firstSent << ' ' << lastReceived << ' ' << malformed << '\n';
+        for (double latency : latencies)
+        {
+            out << static_cast<std::int64_t>(latency) << '\n';
+        }
+    }
+
+private:
+    const Fifo& ack;
+    std::vector<double> latencies;
+    std::int64_t received = 0;
+    std::int64_t firstSent = 0;
+    std::int64_t lastReceived = 0;
+    std::int64_t malformed = 0;
+    std::mutex mutex;
+    std::condition_variable endedCondition;
+    bool ended = false;
+};
+
+void Configure(const Options& o)
+{
+    LogManager::SetDefaultLogLevel(LogLevel::Warning);
+    TulSettings settings;
+    settings.systemName = o.system.c_str();
+    settings.endpointDirectory = (o.dir + "/endpoints").c_str();
+    settings.connectWait = std::chrono::seconds(10);
+    settings.callTimeLimit = std::chrono::seconds(30);
+    ServiceManager::Configure(settings);
+    AppDomain::Create(o.name.c_str());
+    const Kiv::String settingsPath = (o.dir + "/settings.xml").c_str();
+    if (o.broker)
+    {
+        NotificationManagerSetup::SetupWithNotificationBroker(settingsPath);
+    }
+    else
+    {
+        NotificationManagerSetup::SetupWithoutNotificationBroker(settingsPath);
+    }
+}
+
+void TearDown()
+{
+    NotificationManagerSetup::Dispose();
+    AppDomain::Dispose();
+    ServiceManager::Shutdown();
+}
+
+void RunSender(const Options& o, const NotificationRegistration<StringPayload>& registration,
+               const Pipes& pipes)
+{
+    std::int64_t dropped = 0;
+    const auto send = [&](char phase)
+    {
+        const std::int64_t start = NowNs();
+        const bool accepted =
+            registration.SendNotification(StringPayload(Text(phase, start).c_str())) != NotificationId(0);
+        dropped += accepted ? 0 : 1;
+        return accepted;
+    };
+    for (int i = 0; i < o.warmup + o.latencySamples; ++i)
+    {
+        if (send(i < o.warmup ? 'W' : 'L'))
+        {
+            pipes.ack.Wait(o.totalSubscribers);
+        }
+    }
+    const int messages = o.remoteProcesses == 0 ? o.inProcessMessages : o.messages;
+    for (int i = 0; i < messages; ++i)
+    {
+        send('T');
+    }
+    // The end must arrive: it is sent again until the queue takes it.
+    const auto deadline = Clock::now() + WaitLimit;
+    while (!send('E'))
+    {
+        --dropped;
+        if (Clock::now() > deadline)
+        {
+            throw std::runtime_error("the broker's queue never took the end of the run");
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    pipes.ack.Wait(o.totalSubscribers);
+    // Every subscriber has seen the end; now the other processes may leave.
+    pipes.leave.Signal(o.remoteProcesses);
+    std::ofstream(o.dir + "/sender.txt") << dropped << ' ' << messages << '\n';
+}
+
+/// One process of a delivery scenario: any of broker, sender and subscribers.
+void RunProcess(const Options& o)
+{
+    const Pipes pipes(o.dir);
+    // The others start once the broker has published all its services: a client that reaches the
+    // broker's endpoint early is refused the services not yet published, and does not retry.
+    if (!o.broker)
+    {
+        pipes.setup.Wait(1);
+    }
+    Configure(o);
+    if (o.broker)
+    {
+        pipes.setup.Signal(o.remoteProcesses);
+    }
+    {
+        auto& manager = NotificationManager::GetInstance();
+        std::vector<std::unique_ptr<Receiver>> receivers;
+        std::vector<NotificationSubscriber> subscribers;
+        subscribers.reserve(static_cast<std::size_t>(o.subscribers));
+        for (int i = 0; i < o.subscribers; ++i)
+        {
+            receivers.push_back(std::make_unique<Receiver>(pipes.ack, o.latencySamples));
+            subscribers.emplace_back(Name);
+            Receiver* receiver = receivers.back().get();
+            subscribers.back().AddHandler([receiver](const Notification& n) { receiver->OnNotification(n); });
+        }
+        std::optional<NotificationRegistration<StringPayload>> registration;
+        if (o.sender)
+        {
+            registration.emplace(Name, "Bench", Severity::Info, manager);
+        }
+        pipes.ready.Signal(o.subscribers + (o.sender ? 1 : 0));
+        if (o.broker)
+        {
+            pipes.ready.Wait(o.totalSubscribers + 1);
+            NotificationManagerSetup::StartDispatching();
+            pipes.go.Signal();
+        }
+        if (o.sender)
+        {
+            pipes.go.Wait(1);
+            RunSender(o, *registration, pipes);
+        }
+        for (std::size_t i = 0; i < receivers.size(); ++i)
+        {
+            receivers[i]->WaitForEnd();
+            receivers[i]->Write(fmt::format("{}/receiver-{}-{}.txt", o.dir, o.name, i));
+        }
+        if (!o.sender)
+        {
+            // Not before every subscriber has the end: the broker delivers a notification to one
+            // process after another, and a process that leaves meanwhile costs the ones after it their
+            // copy.
+            pipes.leave.Wait(1);
+        }
+        subscribers.clear();
+        registration.reset();
+        if (o.broker)
+        {
+            // The others unsubscribe and unregister at the broker as they go.
+            pipes.done.Wait(o.remoteProcesses);
+        }
+    }
+    TearDown();
+    if (!o.broker)
+    {
+        pipes.done.Signal();
+    }
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The non-blocking path: the function-pointer form with a Future made ahead, as a non-blocking
+// registration sends. Bursts of half the ring buffer; the worker drains in between, untimed.
+
+std::vector<TulVariant<512>> MakePayload(NonBlockingNotificationSendingAdapter::CreatePayloadFunctorArg arg)
+{
+    return StringPayload(Text('N', static_cast<std::int64_t>(arg.position)).c_str()).GetAsRawPayloadType();
+}
+
+void RunNonBlocking(const Options& o)
+{
+    Configure(o);
+    {
+        auto& manager = NotificationManager::GetInstance();
+        const NotificationRegistration<StringPayload> registration(Name, "Bench", Severity::Info, manager);
+        NotificationManagerSetup::StartDispatching();
+        const auto id = registration.GetNotificationNameId();
+        const unsigned burst = std::max(1u, NotificationManager::GetDefaultArgumentsBufferCapacity() / 2);
+        auto arguments = std::make_shared<NonBlockingNotificationRegistration3ArgumentsBufferBase>();
+        std::vector<Future<NotificationId>> futures;
+        for (unsigned i = 0; i < burst; ++i)
+        {
+            futures.push_back(Future<NotificationId>::CreateByPromise());
+        }
+        const auto drain = [&]
+        {
+            const auto deadline = Clock::now() + WaitLimit;
+            for (auto& future : futures)
+            {
+                while (future.IsValid() && !future.HasValue())
+                {
+                    if (Clock::now() > deadline)
+                    {
+                        throw std::runtime_error("the non-blocking worker stopped");
+                    }
+                    // Sleeping leaves the cores to the worker and the broker, which yielding would not.
+                    std::this_thread::sleep_for(std::chrono::microseconds(50));
+                }
+            }
+        };
+        const Kiv::DateTime stamp = Kiv::DateTime::GetUtcNow();
+        std::vector<double> samples(static_cast<std::size_t>(o.calls));
+        std::int64_t refused = 0;
+        std::uint64_t counted = 0;
+        const auto sendAll = [&](std::int64_t calls, bool record)
+        {
+            unsigned slot = 0;
+            for (std::int64_t i = 0; i < calls; ++i)
+            {
+                allocations = 0;
+                countAllocations = true;
+                const auto start = Clock::now();
+                manager.NonBlockingSendNotification(id, stamp, &MakePayload, {arguments, slot},
+                                                    futures[slot]);
+                const auto end = Clock::now();
+                countAllocations = false;
+                if (record)
+                {
+                    samples[static_cast<std::size_t>(i)] =
+                        std::chrono::duration<double, std::nano>(end - start).count();
+                    counted += allocations;
+                    refused += futures[slot].IsValid() ? 0 : 1;
+                }
+                if (++slot == burst)
+                {
+                    slot = 0;
+                    drain();
+                }
+            }
+            drain();
+        };
+        sendAll(std::min<std::int64_t>(o.calls, 64 * burst), false);
+        const std::int64_t begin = NowNs();
+        sendAll(o.calls, true);
+        const std::int64_t elapsed = NowNs() - begin;
+
+        Figures figures;
+        SetLatencies(figures, samples);
+        std::ofstream(o.dir + "/nonblocking.txt")
+            << static_cast<double>(o.calls) * 1e9 / static_cast<double>(elapsed) << ' ' << figures.p50 << ' '
+            << figures.p99 << ' ' << figures.p999 << ' ' << refused << ' '
+            << static_cast<double>(counted) / static_cast<double>(o.calls) << '\n';
+    }
+    TearDown();
+}
+
+// ---------------------------------------------------------------------------------------------------------
+// The driver.
+
+std::string SelfPath()
+{
+    return std::filesystem::read_symlink("/proc/self/exe").string();
+}
+
+// The children alive, for the driver's signal handler: an interrupted run leaves no process behind.
+constexpr int MaxChildren = 64;
+std::atomic<pid_t> liveChildren[MaxChildren];
+
+void KillChildrenAndExit(int signalNumber)
+{
+    for (auto& child : liveChildren)
+    {
+        if (const pid_t pid = child.load(); pid > 0)
+        {
+            kill(pid, SIGKILL);
+        }
+    }
+    _exit(128 + signalNumber);
+}
+
+void Track(pid_t pid, pid_t replaced)
+{
+    for (auto& child : liveChildren)
+    {
+        pid_t expected = replaced;
+        if (child.compare_exchange_strong(expected, pid))
+        {
+            return;
+        }
+    }
+}
+
+/// The children of one run; killed and reaped whatever happens.
+class Children
+{
+public:
+    Children() = default;
+    Children(const Children&) = delete;
+    Children& operator=(const Children&) = delete;
+    ~Children() { KillAndReap(); }
+
+    void Exec(const std::vector<std::string>& arguments)
+    {
+        // Everything the child needs is made before fork.
+        static const std::string self = SelfPath();
+        std::vector<std::string> all{self};
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (auto& argument : all)
+        {
+            argv.push_back(argument.data());
+        }
+        argv.push_back(nullptr);
+        const pid_t pid = fork();
+        if (pid == 0)
+        {
+            execv(self.c_str(), argv.data());
+            _exit(127);
+        }
+        Add(pid);
+    }
+
+    void Add(pid_t pid)
+    {
+        if (pid < 0)
+        {
+            throw std::runtime_error("fork failed");
+        }
+        running.push_back(pid);
+        Track(pid, 0);
+    }
+
+    /// Waits until all have ended; false as soon as one fails or at the time limit.
+    bool WaitAll()
+    {
+        const auto deadline = Clock::now() + WaitLimit + std::chrono::seconds(30);
+        while (!running.empty())
+        {
+            for (auto it = running.begin(); it != running.end();)
+            {
+                int status = 0;
+                const pid_t ended = waitpid(*it, &status, WNOHANG);
+                if (ended == 0)
+                {
+                    ++it;
+                    continue;
+                }
+                it = running.erase(it);
+                Track(0, ended > 0 ? ended : 0);
+                if (ended < 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0)
+                {
+                    return false;
+                }
+            }
+            if (Clock::now() > deadline)
+            {
+                std::cerr << "a run took too long\n";
+                return false;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        return true;
+    }
+
+    void KillAndReap()
+    {
+        for (const pid_t pid : running)
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+            Track(0, pid);
+        }
+        running.clear();
+    }
+
+private:
+    std::vector<pid_t> running;
+};
+
+/// The directory of one run: named pipes, the settings file, endpoints and the results.
+class RunDirectory
+{
+public:
+    RunDirectory()
+    {
+        char pattern[] = "/tmp/kiv-bench-XXXXXX";
+        if (mkdtemp(pattern) == nullptr)
+        {
+            throw std::runtime_error("cannot make a temporary directory");
+        }
+        path = pattern;
+        for (const char* fifo : {"setup", "ready", "go", "ack", "leave", "done"})
+        {
+            mkfifo((path + "/" + fifo).c_str(), 0600);
+        }
+        std::ofstream(path + "/settings.xml")
+            << "<?xml version=\"1.0\"?>\n<NotificationManagerSettingsDocument>\n  <NotificationBroker "
+               "queueLength=\""
+            << BrokerQueueLength << "\"/>\n</NotificationManagerSettingsDocument>\n";
+    }
+    RunDirectory(const RunDirectory&) = delete;
+    RunDirectory& operator=(const RunDirectory&) = delete;
+    ~RunDirectory()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path, ignored);
+    }
+
+    std::string path;
+};
+
+std::optional<Figures> Fail(const std::string& why)
+{
+    std::cerr << "run failed: " << why << '\n';
+    return std::nullopt;
+}
+
+void ReadExactly(int fd, char* buffer, std::size_t size)
+{
+    std::size_t done = 0;
+    while (done < size)
+    {
+        const auto got = read(fd, buffer + done, size - done);
+        if (got <= 0)
+        {
+            throw std::runtime_error("the socket closed");
+        }
+        done += static_cast<std::size_t>(got);
+    }
+}
+
+void WriteAll(int fd, const char* buffer, std::size_t size)
+{
+    std::size_t done = 0;
+    while (done < size)
+    {
+        const auto put = write(fd, buffer + done, size - done);
+        if (put <= 0)
+        {
+            throw std::runtime_error("the socket closed");
+        }
+        done += static_cast<std::size_t>(put);
+    }
+}
+
+/// The other end of the floor: echoes a 'P' message; on 'S<count>' swallows that many messages and
+/// answers with one byte.
+[[noreturn]] void FloorPeer(int fd)
+{
+    char message[PayloadLength];
+    try
+    {
+        for (;;)
+        {
+            ReadExactly(fd, message, sizeof message);
+            if (message[0] == 'S')
+            {
+                const long long count = std::strtoll(message + 1, nullptr, 10);
+                std::vector<char> chunk(PayloadLength * 1024);
+                std::size_t left = static_cast<std::size_t>(count) * PayloadLength;
+                while (left > 0)
+                {
+                    const auto got = read(fd, chunk.data(), std::min(left, chunk.size()));
+                    if (got <= 0)
+                    {
+                        _exit(1);
+                    }
+                    left -= static_cast<std::size_t>(got);
+                }
+                WriteAll(fd, message, 1);
+                continue;
+            }
+            WriteAll(fd, message, sizeof message);
+        }
+    }
+    catch (const std::exception&)
+    {
+        _exit(0);  // the driver closed its end
+    }
+}
+
+std::optional<Figures> RunFloor(const Options& o, bool stream)
+{
+    int fds[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0)
+    {
+        return Fail("socketpair");
+    }
+    Children children;
+    const pid_t pid = fork();
+    if (pid == 0)
+    {
+        close(fds[0]);
+        FloorPeer(fds[1]);
+    }
+    close(fds[1]);
+    children.Add(pid);
+    Figures figures;
+    std::string message = Text('P', 0);
+    try
+    {
+        const auto pingPong = [&](int count, std::vector<double>* samples)
+        {
+            for (int i = 0; i < count; ++i)
+            {
+                const auto start = Clock::now();
+                WriteAll(fds[0], message.data(), PayloadLength);
+                ReadExactly(fds[0], message.data(), PayloadLength);
+                if (samples)
+                {
+                    samples->push_back(
+                        std::chrono::duration<double, std::nano>(Clock::now() - start).count() / 2);
+                }
+            }
+        };
+        pingPong(o.warmup * 2, nullptr);
+        if (stream)
+        {
+            const std::string start = Text('S', o.floorMessages);
+            const std::string payload = Text('D', 0);
+            const auto begin = Clock::now();
+            WriteAll(fds[0], start.data(), PayloadLength);
+            for (int i = 0; i < o.floorMessages; ++i)
+            {
+                WriteAll(fds[0], payload.data(), PayloadLength);
+            }
+            char answer;
+            ReadExactly(fds[0], &answer, 1);
+            figures.rate = o.floorMessages / std::chrono::duration<double>(Clock::now() - begin).count();
+        }
+        else
+        {
+            std::vector<double> samples;
+            samples.reserve(static_cast<std::size_t>(o.floorRoundTrips));
+            const auto begin = Clock::now();
+            pingPong(o.floorRoundTrips, &samples);
+            figures.rate =
+                2.0 * o.floorRoundTrips / std::chrono::duration<double>(Clock::now() - begin).count();
+            SetLatencies(figures, samples);
+        }
+    }
+    catch (const std::exception& e)
+    {
+        close(fds[0]);
+        return Fail(e.what());
+    }
+    close(fds[0]);
+    if (!children.WaitAll())
+    {
+        return Fail("the floor's peer failed");
+    }
+    return figures;
+}
+
+/// A process of a delivery scenario, as the driver lays it out.
+struct ProcessPlan
+{
+    std::string name;
+    bool broker = false;
+    bool sender = false;
+    int subscribers = 0;
+};
+
+std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPlan>& plan, int run)
+{
+    RunDirectory directory;
+    int totalSubscribers = 0;
+    for (const auto& process : plan)
+    {
+        totalSubscribers += process.subscribers;
+    }
+    Children children;
+    for (const auto& process : plan)
+    {
+        children.Exec(
+            {"--role=process", "--dir=" + directory.path, fmt::format("--system=bench-{}-{}", getpid(), run),
+             "--name=" + process.name, fmt::format("--broker={}", process.broker ? 1 : 0),
+             fmt::format("--sender={}", process.sender ? 1 : 0),
+             fmt::format("--subscribers={}", process.subscribers),
+             fmt::format("--total-subscribers={}", totalSubscribers),
+             fmt::format("--remote-processes={}", plan.size() - 1), fmt::format("--warmup={}", o.warmup),
+             fmt::format("--latency-samples={}", o.latencySamples), fmt::format("--messages={}", o.messages),
+             fmt::format("--in-process-messages={}", o.inProcessMessages)});
+    }
+    if (!children.WaitAll())
+    {
+        return Fail("a process of the run failed");
+    }
+
+    Figures figures;
+    std::int64_t sent = 0;
+    std::int64_t dropped = 0;
+    std::ifstream(directory.path + "/sender.txt") >> dropped >> sent;
+    std::vector<double> latencies;
+    std::int64_t delivered = 0;
+    std::int64_t firstSent = 0;
+    std::int64_t lastReceived = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path))
+    {
+        if (entry.path().filename().string().rfind("receiver-", 0) != 0)
+        {
+            continue;
+        }
+        std::ifstream in(entry.path());
+        std::int64_t received = 0, first = 0, last = 0, malformed = 0;
+        in >> received >> first >> last >> malformed;
+        if (malformed != 0)
+        {
+            return Fail("a receiver saw a payload it did not send");
+        }
+        delivered += received;
+        firstSent = firstSent == 0 ? first : std::min(firstSent, first);
+        lastReceived = std::max(lastReceived, last);
+        for (double latency; in >> latency;)
+        {
+            latencies.push_back(latency);
+        }
+    }
+    if (latencies.empty() || delivered == 0 || lastReceived <= firstSent)
+    {
+        return Fail("nothing arrived");
+    }
+    figures.rate = static_cast<double>(delivered) * 1e9 / static_cast<double>(lastReceived - firstSent);
+    figures.dropped = static_cast<double>(dropped);
+    SetLatencies(figures, latencies);
+    return figures;
+}
+
+std::optional<Figures> RunNonBlockingChild(const Options& o, int run)
+{
+    RunDirectory directory;
+    Children children;
+    children.Exec({"--role=nonblocking", "--dir=" + directory.path,
+                   fmt::format("--system=bench-{}-{}", getpid(), run), "--name=Sender", "--broker=1",
+                   fmt::format("--calls={}", o.calls)});
+    if (!children.WaitAll())
+    {
+        return Fail("the non-blocking run failed");
+    }
+    Figures figures;
+    std::ifstream(directory.path + "/nonblocking.txt") >> figures.rate >> figures.p50 >> figures.p99 >>
+        figures.p999 >> figures.dropped >> figures.allocations;
+    return figures;
+}
+
+struct Row
+{
+    std::string key;
+    std::string label;
+    std::function<std::optional<Figures>(const Options&, int)> run;
+};
+
+struct Spread
+{
+    double median = std::nan("");
+    double min = std::nan("");
+    double max = std::nan("");
+};
+
+Spread SpreadOf(std::vector<double> values)
+{
+    values.erase(std::remove_if(values.begin(), values.end(), [](double v) { return std::isnan(v); }),
+                 values.end());
+    if (values.empty())
+    {
+        return {};
+    }
+    std::sort(values.begin(), values.end());
+    const std::size_t n = values.size();
+    const double median = n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+    return {median, values.front(), values.back()};
+}
+
+std::string Number(double value, bool isRate)
+{
+    if (std::isnan(value))
+    {
+        return "";
+    }
+    if (isRate)
+    {
+        return value >= 1e6 ? fmt::format("{:.2f}M", value / 1e6) : fmt::format("{:.1f}k", value / 1e3);
+    }
+    const double us = value / 1000;
+    return us < 1     ? fmt::format("{:.3f}", us)
+           : us < 10  ? fmt::format("{:.2f}", us)
+           : us < 100 ? fmt::format("{:.1f}", us)
+                      : fmt::format("{:.0f}", us);
+}
+
+std::string Cell(const Spread& s, bool isRate)
+{
+    if (std::isnan(s.median))
+    {
+        return "-";
+    }
+    return fmt::format("{} ({}–{})", Number(s.median, isRate), Number(s.min, isRate), Number(s.max, isRate));
+}
+
+std::string Plain(const Spread& s)
+{
+    if (std::isnan(s.median))
+    {
+        return "-";
+    }
+    return s.min == s.max ? fmt::format("{:g}", s.median)
+                          : fmt::format("{:g} ({:g}–{:g})", s.median, s.min, s.max);
+}
+
+std::string Json(const Spread& s)
+{
+    if (std::isnan(s.median))
+    {
+        return "null";
+    }
+    return fmt::format("{{\"median\": {}, \"min\": {}, \"max\": {}}}", s.median, s.min, s.max);
+}
+
+int Drive(const Options& o)
+{
+    const std::vector<Row> rows = {
+        {"floor-ping-pong", "floor: Unix socket ping-pong, 2 processes",
+         [](const Options& opt, int) { return RunFloor(opt, false); }},
+        {"floor-stream", "floor: Unix socket stream, 2 processes",
+         [](const Options& opt, int) { return RunFloor(opt, true); }},
+        {"in-process", "one process: broker, sender, subscriber",
+         [](const Options& opt, int run) {
+             return RunDelivery(opt, {{"Main", true, true, 1}}, run);
+         }},
+        {"cross-process", "3 processes: sender, broker, subscriber",
+         [](const Options& opt, int run)
+         {
+             return RunDelivery(
+                 opt, {{"Main", true, false, 0}, {"Sub", false, false, 1}, {"Send", false, true, 0}}, run);
+         }},
+        {"cross-process-subscriber-with-broker", "2 processes: sender, broker with subscriber",
+         [](const Options& opt, int run) {
+             return RunDelivery(opt, {{"Main", true, false, 1}, {"Send", false, true, 0}}, run);
+         }},
+        {"fan-out-4", "6 processes: sender, broker, 4 subscribers",
+         [](const Options& opt, int run)
+         {
+             return RunDelivery(opt,
+                                {{"Main", true, false, 0},
+                                 {"Sub1", false, false, 1},
+                                 {"Sub2", false, false, 1},
+                                 {"Sub3", false, false, 1},
+                                 {"Sub4", false, false, 1},
+                                 {"Send", false, true, 0}},
+                                run);
+         }},
+        {"non-blocking", "non-blocking send, caller side (same process)",
+         [](const Options& opt, int run) { return RunNonBlockingChild(opt, run); }},
+    };
+
+    struct Result
+    {
+        const Row* row;
+        Spread rate, p50, p99, p999, dropped, allocations;
+        int failed = 0;
+    };
+    std::vector<Result> results;
+    const bool progress = isatty(STDERR_FILENO) != 0;
+    for (const auto& row : rows)
+    {
+        if (!o.only.empty() && row.key.find(o.only) == std::string::npos)
+        {
+            continue;
+        }
+        std::vector<Figures> figures;
+        int failed = 0;
+        for (int run = 0; run < o.runs; ++run)
+        {
+            if (progress)
+            {
+                std::cerr << "\r" << row.key << ": run " << run + 1 << "/" << o.runs << "   " << std::flush;
+            }
+            if (auto f = row.run(o, run))
+            {
+                figures.push_back(*f);
+            }
+            else
+            {
+                ++failed;
+            }
+        }
+        if (progress)
+        {
+            std::cerr << "\r" << std::string(60, ' ') << "\r";
+        }
+        const auto collect = [&](double Figures::*field)
+        {
+            std::vector<double> values;
+            for (const auto& f : figures)
+            {
+                values.push_back(f.*field);
+            }
+            return SpreadOf(values);
+        };
+        results.push_back({&row, collect(&Figures::rate), collect(&Figures::p50), collect(&Figures::p99),
+                           collect(&Figures::p999), collect(&Figures::dropped),
+                           collect(&Figures::allocations), failed});
+    }
+
+    fmt::print("Median of {} runs (min–max). Latencies in µs; rate in messages or deliveries per second.\n\n",
+               o.runs);
+    fmt::print("| Row | rate /s | p50 µs | p99 µs | p99.9 µs | dropped | allocs/call |\n");
+    fmt::print("|---|---|---|---|---|---|---|\n");
+    for (const auto& r : results)
+    {
+        fmt::print("| {}{} | {} | {} | {} | {} | {} | {} |\n", r.row->label,
+                   r.failed ? fmt::format(" ({} runs failed)", r.failed) : "", Cell(r.rate, true),
+                   Cell(r.p50, false), Cell(r.p99, false), Cell(r.p999, false), Plain(r.dropped),
+                   Plain(r.allocations));
+    }
+    if (!o.json.empty())
+    {
+        std::ofstream out(o.json);
+        out << "{\n  \"runs\": " << o.runs << ",\n  \"cores\": " << std::thread::hardware_concurrency()
+            << ",\n  \"units\": {\"rate\": \"per second\", \"latency\": \"ns\"},\n  \"rows\": [\n";
+        for (std::size_t i = 0; i < results.size(); ++i)
+        {
+            const auto& r = results[i];
+            out << fmt::format(
+                "    {{\"key\": \"{}\", \"label\": \"{}\", \"failed_runs\": {}, \"rate\": {}, "
+                "\"p50_ns\": {}, \"p99_ns\": {}, \"p99_9_ns\": {}, \"dropped\": {}, "
+                "\"allocations_per_call\": {}}}{}\n",
+                r.row->key, r.row->label, r.failed, Json(r.rate), Json(r.p50), Json(r.p99), Json(r.p999),
+                Json(r.dropped), Json(r.allocations), i + 1 < results.size() ? "," : "");
+        }
+        out << "  ]\n}\n";
+        fmt::print("\nwritten to {}\n", o.json);
+    }
+    int status = 0;
+    for (const auto& r : results)
+    {
+        if (r.failed)
+        {
+            status = 1;
+        }
+        if (r.allocations.max > 0)
+        {
+            fmt::print(stderr, "{}: the caller's thread allocated on the heap\n", r.row->key);
+            status = 1;
+        }
+    }
+    return status;
+}
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try
+    {
+        const Options options = Parse(argc, argv);
+        if (options.role == "process")
+        {
+            RunProcess(options);
+            return 0;
+        }
+        if (options.role == "nonblocking")
+        {
+            RunNonBlocking(options);
+            return 0;
+        }
+        signal(SIGPIPE, SIG_IGN);
+        signal(SIGINT, KillChildrenAndExit);
+        signal(SIGTERM, KillChildrenAndExit);
+        return Drive(options);
+    }
+    catch (const std::exception& e)
+    {
+        std::cerr << (argc > 1 ? argv[1] : "") << ": " << e.what() << '\n';
+        return 1;
+    }
+}

@@ -1,0 +1,16 @@
+#!/usr/bin/env bash
+# Builds the benchmarks with the default preset and runs them: a table on stdout, the same figures as
+# JSON in build/default/bench-results.json. Arguments go to the benchmark program, e.g.
+#   scripts/bench.sh --runs=3 --calls=100000      a quicker run
+#   scripts/bench.sh --only=cross                 the rows whose key contains "cross"
+# Every figure is the median of the runs (default 5) with their min and max.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+if command -v ccache >/dev/null; then
+  export CMAKE_CXX_COMPILER_LAUNCHER="${CMAKE_CXX_COMPILER_LAUNCHER:-ccache}"
+  export CMAKE_C_COMPILER_LAUNCHER="${CMAKE_C_COMPILER_LAUNCHER:-ccache}"
+fi
+cmake --preset default -DKIV_BUILD_BENCHMARKS=ON >/dev/null
+cmake --build --preset default -j "$(nproc)" --target NotificationPathBenchmark >/dev/null
+echo "machine: $(nproc) cores, $(uname -sr); $(date -u '+%Y-%m-%d %H:%M UTC')"
+exec build/default/benchmarks/NotificationPathBenchmark --json=build/default/bench-results.json "$@"
