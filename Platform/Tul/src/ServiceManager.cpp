@@ -9,10 +9,13 @@
 #include <Kiv/System/Tul/ITulServiceProxyFactory.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -124,8 +127,15 @@ TulClient* GetClient(const String& providerName, bool& fresh)
 ITulService* GetRemoteService(const String& providerName, const String& serviceName,
                               ITulServiceProxyFactory& proxyFactory)
 {
+    // A provider that is up but hasn't published the service yet may be a process in the middle of its
+    // set-up, publishing one service after another: it is asked again for a moment. A moment, not the
+    // whole connect wait, since a service that is really missing must not stall the caller for long.
+    const auto deadline =
+        std::chrono::steady_clock::now() +
+        std::min<std::chrono::milliseconds>(ServiceManager::GetSettings().connectWait, std::chrono::seconds(1));
     // A connection that was fine when last used may have lost its provider since: then one new try.
-    for (int attempt = 0; attempt < 2; ++attempt)
+    bool reconnected = false;
+    for (;;)
     {
         bool fresh = false;
         TulClient* client = GetClient(providerName, fresh);
@@ -140,10 +150,20 @@ ITulService* GetRemoteService(const String& providerName, const String& serviceN
         }
         catch (const Exception&)
         {
-            if (fresh || !client->IsBroken())
+            if (client->IsBroken())
+            {
+                if (fresh || reconnected)
+                {
+                    return nullptr;
+                }
+                reconnected = true;
+                continue;
+            }
+            if (std::chrono::steady_clock::now() >= deadline)
             {
                 return nullptr;
             }
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
             continue;
         }
         ITulServiceProxy* proxy = proxyFactory.CreateServiceProxy(handles.first, handles.second, *client);
@@ -154,7 +174,6 @@ ITulService* GetRemoteService(const String& providerName, const String& serviceN
         }
         return service;
     }
-    return nullptr;
 }
 
 /// In this process the caller gets the service object itself; a guarded one checks each call against the

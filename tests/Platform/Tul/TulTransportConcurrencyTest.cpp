@@ -122,3 +122,26 @@ TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
     Publish();
     EXPECT_EQ(Echo::GetEcho("P2")->Echo("again"), "again");
 }
+
+TEST_F(TulTransportConcurrencyTest, AServiceThatItsProviderPublishesAMomentLaterIsFoundAndAMissingOneIsNot)
+{
+    struct Later : Echo::EchoProxyFactory
+    {
+        const char* GetServiceName() const override { return "Test.ILater"; }
+    } later;
+    struct Never : Echo::EchoProxyFactory
+    {
+        const char* GetServiceName() const override { return "Test.INever"; }
+    } never;
+    // The provider's endpoint is up, as in a process that publishes its services one after another.
+    std::thread publisher(
+        [this]
+        {
+            std::this_thread::sleep_for(100ms);
+            ServiceManager::PublishService("P1", "Test.ILater", factory);
+        });
+    std::unique_ptr<ITulService> found(ServiceManager::GetService("P1", later));
+    publisher.join();
+    EXPECT_NE(found, nullptr);
+    EXPECT_EQ(ServiceManager::GetService("P1", never), nullptr);
+}

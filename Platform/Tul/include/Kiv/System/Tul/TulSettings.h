@@ -20,7 +20,8 @@ struct TulSettings
     /// in the provider name) are written as %XX. A missing directory is created with mode 1777, since
     /// processes of several users meet there.
     String endpointDirectory = "/tmp/kiv-tul";
-    /// How long GetService keeps trying to reach a provider whose process may still be starting.
+    /// How long GetService keeps trying to reach a provider whose process may still be starting. A
+    /// provider that answers but hasn't published the service yet is asked again for up to a second of it.
     std::chrono::milliseconds connectWait{3000};
     /// The longest a remote call may take: waiting for the connection, and from sending the request to the
     /// end of its response.
