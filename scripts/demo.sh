@@ -15,25 +15,8 @@ cmake --build --preset default -j "$(nproc)" --target kivnm-host kivnm demo-sens
 
 bin=build/default
 export KIV_SYSTEM="demo-$$"
-export KIV_ENDPOINTS="$(mktemp -d /tmp/kiv-demo-XXXXXX)"
-pids=()
-# The components leave first, while the broker still answers their last calls; the broker's process last.
-stop() {
-  local host="${pids[0]:-}"
-  for pid in "${pids[@]:1}"; do kill -INT "$pid" 2>/dev/null || true; done
-  for pid in "${pids[@]:1}"; do wait "$pid" 2>/dev/null || true; done
-  if [ -n "$host" ]; then kill -INT "$host" 2>/dev/null || true; wait "$host" 2>/dev/null || true; fi
-  pids=()
-  rm -rf "$KIV_ENDPOINTS"
-}
+source scripts/lib/system.sh
 trap stop EXIT
-
-# Each process's output, line by line, behind its name.
-run() {
-  local tag="$1"; shift
-  "$@" > >(sed -u "s/^/[$tag] /") 2> >(sed -u "s/^/[$tag] /" >&2) &
-  pids+=($!)
-}
 
 echo "== system $KIV_SYSTEM, endpoints in $KIV_ENDPOINTS"
 # The broker delivers after a set-up window of two seconds, in which the components join.
