@@ -12,6 +12,9 @@
 #include <Support/InProcessSystem.h>
 #include <Support/WaitFor.h>
 
+#include <atomic>
+#include <fstream>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -264,4 +267,52 @@ TEST(NotificationSubscriberTest, ASubscriberThatOutlivesTheManagerLogsOneLineAnd
     EXPECT_EQ(lines[0].level, LogLevel::Error);
     EXPECT_THAT(lines[0].text.c_str(),
                 HasSubstr("Caught exception while unsubscribing from notificationName=A.B id="));
+}
+
+TEST(NonBlockingSendTest, ARefusalForAFullBrokerQueueIsRetriedUntilTheNotificationGetsIn)
+{
+    // A broker queue of one and a subscriber that holds the delivering thread until released: every
+    // send behind the first finds the queue full and is retried by the worker.
+    const std::string settings = ::testing::TempDir() + "queue-of-one.xml";
+    std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"1\"/>"
+                               "</NotificationManagerSettingsDocument>";
+    AppDomain::Create("ProcessA");
+    NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(settings.c_str()));
+    {
+        auto& manager = NotificationManager::GetInstance();
+        std::atomic<bool> release{false};
+        RecordingSubscriber slow([&](const Notification&) { WaitFor([&] { return release.load(); }); });
+        manager.Subscribe("A.B", &slow);
+        const auto id =
+            manager.RegisterNotification("A.B", "Test", Severity::Info, StringPayload::GetPayloadTypeId());
+        NotificationManagerSetup::StartDispatching();
+
+        std::vector<Future<NotificationId>> futures;
+        for (const char* text : {"one", "two", "three", "four"})
+        {
+            futures.push_back(
+                manager.NonBlockingSendNotification(id, DateTime::GetUtcNow(), StringPayload(text)));
+            ASSERT_TRUE(futures.back().IsValid());
+        }
+        // The first is being delivered, the second waits in the queue, the others are refused and retried.
+        ASSERT_TRUE(WaitFor([&] { return slow.Count() == 1 && futures[1].HasValue(); }));
+        EXPECT_FALSE(futures[3].HasValue());
+        release = true;
+        ASSERT_TRUE(WaitFor([&] { return slow.Count() == 4; }));
+        for (const auto& future : futures)
+        {
+            ASSERT_TRUE(future.HasValue());
+            EXPECT_NE(future.GetValue(), NotificationId(0));
+        }
+        std::vector<std::string> texts;
+        for (const auto& received : slow.Get())
+        {
+            texts.push_back(received.text);
+        }
+        EXPECT_THAT(texts, ::testing::ElementsAre("one", "two", "three", "four"));
+        manager.UnsubscribeFromAll(&slow);
+    }
+    NotificationManagerSetup::Dispose();
+    AppDomain::Dispose();
+    ServiceManager::Reset();
 }
