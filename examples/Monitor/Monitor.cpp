@@ -1,15 +1,13 @@
 // demo-monitor: a component that watches the plant. One subscriber on Demo.Plant receives every
 // notification below it, and prints the name, the severity and the payload's text.
 
-#include "Common/ProcessOptions.h"
+#include "Common/Component.h"
 
 #include <Nm/GenericPayload.h>
-#include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationSubscriber.h>
 
-#include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
 
 #include <iostream>
@@ -19,35 +17,15 @@ using namespace Kiv::System::Nm;
 int main(int argc, char** argv)
 {
     KivTools::SystemOptions system;
-    std::string name = "Monitor";
-    const std::vector<std::string> args(argv + 1, argv + argc);
-    for (std::size_t i = 0; i < args.size(); ++i)
+    std::map<std::string, std::string> options{{"--name", "Monitor"}};
+    if (!KivTools::ParseOptions(argc, argv, system, options,
+                                "usage: demo-monitor [--name NAME] [--system S] [--endpoints D]\n"))
     {
-        if (system.Take(args, i))
-        {
-            continue;
-        }
-        if (args[i] == "--name" && i + 1 < args.size())
-        {
-            name = args[++i];
-        }
-        else
-        {
-            std::cerr << "usage: demo-monitor [--name NAME] [--system S] [--endpoints D]\n";
-            return 2;
-        }
+        return 2;
     }
-
     const sigset_t signals = KivTools::BlockStopSignals();
-    system.Apply();
-    Kiv::System::Commons::AppDomain::Create(name.c_str());
-    try
+    if (!KivTools::JoinSystem(system, options["--name"], "demo-monitor"))
     {
-        Internal::NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
-    }
-    catch (const Kiv::Exception& e)
-    {
-        std::cerr << "demo-monitor: cannot join the system: " << e.GetMessage() << std::endl;
         return 1;
     }
 
@@ -77,8 +55,6 @@ int main(int argc, char** argv)
         result = 1;
     }
 
-    Internal::NotificationManagerSetup::Dispose();
-    Kiv::System::Commons::AppDomain::Dispose();
-    Kiv::System::Tul::ServiceManager::Shutdown();
+    KivTools::LeaveSystem();
     return result;
 }

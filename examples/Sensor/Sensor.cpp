@@ -5,15 +5,11 @@
 
 #include "PlantReading.h"
 
-#include "Common/ProcessOptions.h"
+#include "Common/Component.h"
 
-#include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistration.h>
 #include <Nm/StringPayload.h>
-
-#include <Kiv/AppDomain.h>
-#include <Kiv/Exception.h>
 
 #include <cmath>
 #include <iostream>
@@ -24,40 +20,18 @@ using namespace Kiv::System::Nm;
 int main(int argc, char** argv)
 {
     KivTools::SystemOptions system;
-    std::string name = "Sensor";
-    int periodMs = 500;
-    const std::vector<std::string> args(argv + 1, argv + argc);
-    for (std::size_t i = 0; i < args.size(); ++i)
+    std::map<std::string, std::string> options{{"--name", "Sensor"}, {"--period-ms", "500"}};
+    if (!KivTools::ParseOptions(
+            argc, argv, system, options,
+            "usage: demo-sensor [--name NAME] [--period-ms N] [--system S] [--endpoints D]\n"))
     {
-        if (system.Take(args, i))
-        {
-            continue;
-        }
-        if (args[i] == "--name" && i + 1 < args.size())
-        {
-            name = args[++i];
-        }
-        else if (args[i] == "--period-ms" && i + 1 < args.size())
-        {
-            periodMs = std::stoi(args[++i]);
-        }
-        else
-        {
-            std::cerr << "usage: demo-sensor [--name NAME] [--period-ms N] [--system S] [--endpoints D]\n";
-            return 2;
-        }
+        return 2;
     }
-
+    const std::string name = options["--name"];
+    const int periodMs = std::stoi(options["--period-ms"]);
     const sigset_t signals = KivTools::BlockStopSignals();
-    system.Apply();
-    Kiv::System::Commons::AppDomain::Create(name.c_str());
-    try
+    if (!KivTools::JoinSystem(system, name, "demo-sensor"))
     {
-        Internal::NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
-    }
-    catch (const Kiv::Exception& e)
-    {
-        std::cerr << "demo-sensor: cannot join the system: " << e.GetMessage() << std::endl;
         return 1;
     }
 
@@ -104,9 +78,7 @@ int main(int argc, char** argv)
         }
     }
 
-    Internal::NotificationManagerSetup::Dispose();
-    Kiv::System::Commons::AppDomain::Dispose();
-    Kiv::System::Tul::ServiceManager::Shutdown();
+    KivTools::LeaveSystem();
     std::cout << "sensor stopped" << std::endl;
     return 0;
 }

@@ -20,9 +20,10 @@
 class ChildProcess
 {
 public:
-    /// Runs `path` with `arguments`; as user and group `uid` when given.
+    /// Runs `path` with `arguments`; as user and group `uid` when given; with its standard input on a
+    /// pipe for WriteLine when `withInput`, else with this process's.
     ChildProcess(const std::string& path, const std::vector<std::string>& arguments,
-                 std::optional<uid_t> uid = std::nullopt)
+                 std::optional<uid_t> uid = std::nullopt, bool withInput = false)
     {
         // Everything the child needs is made before fork: after it, this process's other threads may hold
         // locks that the child would wait for.
@@ -33,7 +34,8 @@ public:
         }
         argv.push_back(nullptr);
         int fds[2];
-        if (pipe2(fds, O_CLOEXEC) != 0)
+        int in[2] = {-1, -1};
+        if (pipe2(fds, O_CLOEXEC) != 0 || (withInput && pipe2(in, O_CLOEXEC) != 0))
         {
             ADD_FAILURE() << "pipe2 failed";
             return;
@@ -42,6 +44,10 @@ public:
         if (pid == 0)
         {
             dup2(fds[1], STDOUT_FILENO);
+            if (withInput)
+            {
+                dup2(in[0], STDIN_FILENO);
+            }
             if (uid && (setgroups(0, nullptr) != 0 || setgid(*uid) != 0 || setuid(*uid) != 0))
             {
                 _exit(126);
@@ -51,6 +57,11 @@ public:
         }
         close(fds[1]);
         output = fds[0];
+        if (withInput)
+        {
+            close(in[0]);
+            input = in[1];
+        }
         EXPECT_GT(pid, 0) << "fork failed";
     }
     ChildProcess(const ChildProcess&) = delete;
@@ -58,13 +69,23 @@ public:
     ~ChildProcess()
     {
         Stop(SIGKILL);
-        if (output >= 0)
+        for (const int fd : {input, output})
         {
-            close(output);
+            if (fd >= 0)
+            {
+                close(fd);
+            }
         }
     }
 
     pid_t GetPid() const { return pid; }
+
+    /// Writes `line` and its end to the process's standard input (made with `withInput`).
+    void WriteLine(const std::string& line)
+    {
+        const std::string text = line + "\n";
+        EXPECT_EQ(write(input, text.data(), text.size()), static_cast<ssize_t>(text.size())) << line;
+    }
 
     /// The next line it prints, without its end; empty when none comes in time or the pipe closes.
     std::string ReadLine(std::chrono::milliseconds timeout = std::chrono::seconds(30))
@@ -108,6 +129,7 @@ public:
 
 private:
     pid_t pid = -1;
+    int input = -1;
     int output = -1;
     int status = -1;
     std::string buffered;

@@ -1,0 +1,70 @@
+#pragma once
+
+// What a component process does around its own work: read its few options, join the system at its start
+// and leave it at its end. The demo components use it; a component of a user's does the same in its own
+// words.
+
+#include "Common/ProcessOptions.h"
+
+#include <Nm/Internal/NotificationManagerSetup.h>
+
+#include <Kiv/AppDomain.h>
+#include <Kiv/Exception.h>
+#include <Kiv/System/Tul/ServiceManager.h>
+
+#include <iostream>
+#include <map>
+#include <string>
+
+namespace KivTools
+{
+/// Reads "--system", "--endpoints" and the options named in `values` (each taking a value, which
+/// replaces the default in the map); false, with `usage` on stderr, for anything else.
+inline bool ParseOptions(int argc, char** argv, SystemOptions& system,
+                         std::map<std::string, std::string>& values, const char* usage)
+{
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    for (std::size_t i = 0; i < args.size(); ++i)
+    {
+        if (system.Take(args, i))
+        {
+            continue;
+        }
+        const auto option = values.find(args[i]);
+        if (option == values.end() || i + 1 >= args.size())
+        {
+            std::cerr << usage;
+            return false;
+        }
+        option->second = args[++i];
+    }
+    return true;
+}
+
+/// Joins `system` as the process `name`, without a broker of its own; false, with the reason on stderr,
+/// when the broker can't be reached.
+inline bool JoinSystem(const SystemOptions& system, const std::string& name, const char* program)
+{
+    system.Apply();
+    Kiv::System::Commons::AppDomain::Create(name.c_str());
+    try
+    {
+        Kiv::System::Nm::Internal::NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
+        return true;
+    }
+    catch (const Kiv::Exception& e)
+    {
+        std::cerr << program << ": cannot join the system: " << e.GetMessage() << std::endl;
+        Kiv::System::Commons::AppDomain::Dispose();
+        return false;
+    }
+}
+
+/// Leaves the system; registrations and subscribers must have gone before.
+inline void LeaveSystem()
+{
+    Kiv::System::Nm::Internal::NotificationManagerSetup::Dispose();
+    Kiv::System::Commons::AppDomain::Dispose();
+    Kiv::System::Tul::ServiceManager::Shutdown();
+}
+}  // namespace KivTools
