@@ -8,7 +8,7 @@ packages=(
   clang clang-format libclang-rt-14-dev
   libfmt-dev libboost-dev libxml2-dev libspdlog-dev nlohmann-json3-dev
   liblttng-ust-dev lttng-tools babeltrace2
-  libgtest-dev libgmock-dev googletest libbenchmark-dev
+  libgtest-dev libgmock-dev googletest
 )
 
 missing=()
