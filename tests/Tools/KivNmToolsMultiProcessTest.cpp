@@ -1,4 +1,5 @@
 #include "Platform/Tul/Support/ChildProcess.h"
+#include "Platform/Tul/Support/RawConnection.h"
 
 #include <nlohmann/json.hpp>
 
@@ -235,4 +236,55 @@ TEST_F(KivNmToolsTest, AnotherUserIsRefusedUnderTheDefaultPolicyAndServedUnderOn
     EXPECT_EQ(served.exitCode, 0) << served.output;
     EXPECT_EQ(Tool({"stats"}, true, true).output, "submitted notifications: 1\n");
     EXPECT_EQ(ExitCode(granting.Stop(SIGINT)), 0);
+}
+
+TEST_F(KivNmToolsTest, TheBrokersProcessClosesRogueConnectionsWithAWarningAndServesOthersThroughout)
+{
+    const std::string log = directory + "/host.log";
+    const std::string endpoint = directory + "/" + system + ".Kiv.sock";
+    processes.push_back(std::make_unique<ChildProcess>(
+        "/bin/sh",
+        std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST + " --name Main --broker --system " +
+                                           system + " --endpoints " + directory + " 2>" + log}));
+    ChildProcess& host = *processes.back();
+    ASSERT_EQ(host.ReadLine(), "ready");
+    auto served = [&] { return Tool({"stats"}).exitCode == 0; };
+
+    RawWire::RawConnection silent(endpoint);  // connects and never sends: costs nobody anything
+    const std::vector<RawWire::Bytes> rogue{
+        RawWire::Bytes{'g', 'a', 'r', 'b', 'a', 'g', 'e', '!', 0, 0, 0, 0, 0xFF, 0xFF},
+        RawWire::Frame(RawWire::invoke, 1, 1, 1, RawWire::Bytes(40, 7)),  // then cut short below
+        []
+        {
+            auto frame = RawWire::Frame(RawWire::invoke, 1, 1, 1);
+            frame[0] = frame[1] = frame[2] = 0xFF;  // a length far beyond the limit
+            frame[3] = 0x7F;
+            return frame;
+        }(),
+    };
+    for (std::size_t i = 0; i < rogue.size(); ++i)
+    {
+        RawWire::RawConnection connection(endpoint);
+        connection.Send(i == 1 ? RawWire::Bytes(rogue[i].begin(), rogue[i].begin() + 20) : rogue[i]);
+        connection.EndSending();
+        EXPECT_TRUE(connection.SeesEndOfStream()) << "rogue connection " << i;
+        EXPECT_TRUE(served()) << "after rogue connection " << i;
+    }
+    {
+        // Unknown handles and method ids are answered with a failure, and the connection stays usable.
+        RawWire::RawConnection connection(endpoint);
+        const auto body = connection.Call(RawWire::Frame(RawWire::invoke, 77, 88, 99));
+        EXPECT_FALSE(body.empty());
+        EXPECT_FALSE(connection.Call(RawWire::Frame(RawWire::invoke, 1, 200, 1)).empty());
+    }
+    EXPECT_TRUE(served());
+    EXPECT_EQ(ExitCode(host.Stop(SIGINT)), 0);
+
+    std::ifstream lines(log);
+    int closed = 0;
+    for (std::string line; std::getline(lines, line);)
+    {
+        closed += line.find("[warning] Closed the connection of pid") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(closed, 3);
 }

@@ -1,0 +1,144 @@
+#pragma once
+
+// The transport's frames written by hand, and a client that sends them, or anything else, on a raw
+// socket: for tests of what a server does with a client that doesn't follow the protocol.
+
+#include <Kiv/System/Tul/RemotingWriter.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace RawWire
+{
+using Bytes = std::vector<std::uint8_t>;
+using namespace std::chrono_literals;
+
+constexpr std::uint8_t resolve = 1, invoke = 2, response = 3;
+
+/// A frame as the transport puts it on the socket: size, kind, a zero byte and three 16-bit numbers.
+Bytes Frame(std::uint8_t kind, std::uint16_t provider, std::uint16_t service, std::uint16_t method,
+            const Bytes& body = {})
+{
+    Bytes frame(12 + body.size());
+    const auto size = static_cast<std::uint32_t>(frame.size());
+    std::memcpy(frame.data(), &size, 4);
+    frame[4] = kind;
+    std::memcpy(frame.data() + 6, &provider, 2);
+    std::memcpy(frame.data() + 8, &service, 2);
+    std::memcpy(frame.data() + 10, &method, 2);
+    std::copy(body.begin(), body.end(), frame.begin() + 12);
+    return frame;
+}
+
+template <class Write>
+Bytes Body(Write write)
+{
+    Kiv::System::Tul::RemotingWriter writer;
+    write(writer);
+    return writer.GetBuffer();
+}
+
+/// A client that speaks the frame protocol by hand, or not at all.
+class RawConnection
+{
+public:
+    explicit RawConnection(const std::string& path) : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
+    }
+    RawConnection(const RawConnection&) = delete;
+    RawConnection& operator=(const RawConnection&) = delete;
+    ~RawConnection() { close(fd); }
+
+    /// Sends what the server takes; after it closed, the rest is refused, which is no failure here.
+    void Send(const Bytes& bytes)
+    {
+        [[maybe_unused]] const ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    }
+    void Send(const std::string& text) { Send(Bytes(text.begin(), text.end())); }
+    void EndSending() { shutdown(fd, SHUT_WR); }
+
+    /// The next `count` bytes; fewer when the connection ends or the deadline passes.
+    Bytes Receive(std::size_t count)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        Bytes bytes(count);
+        std::size_t got = 0;
+        while (got < count && Readable(deadline))
+        {
+            const ssize_t n = recv(fd, bytes.data() + got, count - got, 0);
+            if (n <= 0)
+            {
+                break;
+            }
+            got += static_cast<std::size_t>(n);
+        }
+        bytes.resize(got);
+        return bytes;
+    }
+
+    /// Sends a request and returns the body of its response, whose header must repeat the request's.
+    Bytes Call(const Bytes& request)
+    {
+        Send(request);
+        Bytes header = Receive(12);
+        if (header.size() < 12)
+        {
+            ADD_FAILURE() << "no response";
+            return {};
+        }
+        std::uint32_t size = 0;
+        std::memcpy(&size, header.data(), 4);
+        EXPECT_EQ(header[4], response);
+        if (request[4] == invoke)
+        {
+            EXPECT_EQ(Bytes(header.begin() + 6, header.end()),
+                      Bytes(request.begin() + 6, request.begin() + 12))
+                << "the response of another request";
+        }
+        return size >= 12 ? Receive(size - 12) : Bytes();
+    }
+
+    /// True when the server closes the connection before the deadline; what it sent before is dropped.
+    bool SeesEndOfStream()
+    {
+        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        std::uint8_t sink[4096];
+        while (Readable(deadline))
+        {
+            const ssize_t n = recv(fd, sink, sizeof sink, 0);
+            if (n == 0 || (n < 0 && errno == ECONNRESET))
+            {
+                return true;
+            }
+        }
+        return false;
+    }
+
+private:
+    bool Readable(std::chrono::steady_clock::time_point deadline) const
+    {
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        pollfd entry{fd, POLLIN, 0};
+        return left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0;
+    }
+
+    int fd;
+};
+
+}  // namespace RawWire
