@@ -237,6 +237,128 @@ void WriteServerSeeds()
     }
     Save("TulServerFuzzer", "every-request", all);
 }
+
+/// A request to one stub as ServiceStubFuzzer takes it: the service (in the order of the fuzzer's
+/// table), the method id, and the arguments as the service's proxy writes them.
+void SaveStubRequest(
+    std::uint8_t service, std::uint8_t method, const std::string& name,
+    const std::function<void(RemotingWriter&)>& write = [](RemotingWriter&) {})
+{
+    Bytes input{service, method};
+    const Bytes body = Written(write);
+    input.insert(input.end(), body.begin(), body.end());
+    Save("ServiceStubFuzzer", std::to_string(service) + "-" + std::to_string(method) + "-" + name, input);
+}
+
+void WriteServiceStubSeeds()
+{
+    using Kiv::System::Nm::TulString;
+    using Name = TulString<512>;
+    enum : std::uint8_t
+    {
+        Sending,
+        Info,
+        DispatcherManager,
+        SubscriptionState,
+        Public,
+        Dispatcher
+    };
+    // Ids that exist once the broker has started: a notification that it registers itself, the first
+    // payload type and this process's dispatcher.
+    const std::uint32_t nameId = 4;
+    const std::uint16_t payloadTypeId = 1;
+    const std::uint16_t dispatcherId = 1;
+    const std::vector<Variant> payload{Variant("Value {}"), Variant(std::uint32_t{42})};
+    auto registration = [](RemotingWriter& w) {
+        Wire::Write(w, Name("Fuzz.Seed.Event")), Wire::Write(w, Name("Seed")), Wire::Write(w, Severity::Info);
+    };
+    auto send = [&](RemotingWriter& w)
+    { Wire::Write(w, nameId), Wire::Write(w, utcTime), Wire::Write(w, payload); };
+    // The queries that the info service and the public service share, from their first method id on.
+    auto queries = [&](std::uint8_t service, std::uint8_t first)
+    {
+        SaveStubRequest(service, first, "name", [&](RemotingWriter& w) { Wire::Write(w, nameId); });
+        SaveStubRequest(service, first + 1, "name-id",
+                        [](RemotingWriter& w) { Wire::Write(w, Name("Kiv")); });
+        SaveStubRequest(service, first + 2, "ids-by-status",
+                        [](RemotingWriter& w)
+                        { Wire::Write(w, NotificationRegistrationStatus::Registered); });
+        SaveStubRequest(service, first + 3, "all-ids");
+        SaveStubRequest(service, first + 4, "registration",
+                        [&](RemotingWriter& w) { Wire::Write(w, nameId); });
+        SaveStubRequest(service, first + 5, "payload-type-id",
+                        [](RemotingWriter& w) { Wire::Write(w, Name("Kiv.System.Nm.Seed")); });
+        SaveStubRequest(service, first + 6, "payload-type-name",
+                        [&](RemotingWriter& w) { Wire::Write(w, payloadTypeId); });
+        SaveStubRequest(service, first + 7, "submitted");
+    };
+
+    SaveStubRequest(Sending, 1, "register",
+                    [&](RemotingWriter& w) { registration(w), Wire::Write(w, payloadTypeId); });
+    SaveStubRequest(Sending, 2, "unregister", [&](RemotingWriter& w) { Wire::Write(w, nameId); });
+    SaveStubRequest(Sending, 3, "send", send);
+    SaveStubRequest(Sending, 4, "unknown");
+
+    queries(Info, 1);
+    SaveStubRequest(Info, 0, "unknown");
+
+    SaveStubRequest(DispatcherManager, 1, "register",
+                    [](RemotingWriter& w) { Wire::Write(w, Name("Nobody")); });
+    SaveStubRequest(DispatcherManager, 2, "unregister",
+                    [&](RemotingWriter& w) { Wire::Write(w, dispatcherId); });
+    auto dispatch = [&](RemotingWriter& w) { Wire::Write(w, nameId), Wire::Write(w, dispatcherId); };
+    SaveStubRequest(DispatcherManager, 3, "register-dispatch", dispatch);
+    SaveStubRequest(DispatcherManager, 4, "unregister-dispatch", dispatch);
+    SaveStubRequest(DispatcherManager, 5, "contains-dispatch", dispatch);
+
+    SaveStubRequest(SubscriptionState, 1, "is-checked");
+    SaveStubRequest(SubscriptionState, 2, "checked");
+    SaveStubRequest(SubscriptionState, 3, "relaxed");
+
+    SaveStubRequest(Public, 1, "register",
+                    [&](RemotingWriter& w) { registration(w), Wire::Write(w, Name("Kiv.System.Nm.Seed")); });
+    SaveStubRequest(Public, 2, "unregister", [&](RemotingWriter& w) { Wire::Write(w, nameId); });
+    SaveStubRequest(Public, 3, "send", send);
+    queries(Public, 4);
+
+    SaveStubRequest(Dispatcher, 1, "dispatch",
+                    [&](RemotingWriter& w)
+                    {
+                        Wire::Write(w, Notification(NotificationId(7), NotificationNameId(nameId), utcTime,
+                                                    Severity::Info, PayloadTypeId(payloadTypeId), payload));
+                        // 9 is "Fuzz.Watched", which the fuzzer's subscriber renders.
+                        Wire::Write(w, std::vector<std::uint32_t>{nameId, 9});
+                    });
+}
+
+/// Settings files as the host reads them, good and bad.
+void WriteSettingsSeeds()
+{
+    auto save = [](const std::string& name, const std::string& text)
+    { Save("SettingsFuzzer", name, Bytes(text.begin(), text.end())); };
+    const std::string head = "<?xml version=\"1.0\"?>\n<NotificationManagerSettingsDocument>\n";
+    const std::string tail = "</NotificationManagerSettingsDocument>\n";
+    save("both", head +
+                     "  <NotificationBroker queueLength=\"2048\"/>\n"
+                     "  <NonBlockingNotificationSendingProxy queueLength=\"256\"/>\n" +
+                     tail);
+    save("empty-document", "<?xml version=\"1.0\"?>\n<NotificationManagerSettingsDocument/>\n");
+    save("unknown-and-content",
+         head +
+             "  <Unknown a=\"1\"><NotificationBroker queueLength=\"9\"/></Unknown>\n"
+             "  <NotificationBroker queueLength=\"+7\"><!-- c --><x/>text</NotificationBroker>\n" +
+             tail);
+    save("zero-length", head + "  <NotificationBroker queueLength=\"0\"/>\n" + tail);
+    save("no-attribute", head + "  <NonBlockingNotificationSendingProxy/>\n" + tail);
+    save("not-a-number", head + "  <NotificationBroker queueLength=\"-1x\"/>\n" + tail);
+    save("other-document", "<OtherDocument/>\n");
+    save("unclosed", head + "  <NotificationBroker queueLength=\"1\">\n");
+    save("entities",
+         "<?xml version=\"1.0\"?>\n<!DOCTYPE NotificationManagerSettingsDocument [\n"
+         "  <!ENTITY n \"64\">\n]>\n<NotificationManagerSettingsDocument>\n"
+         "  <NotificationBroker queueLength=\"&n;\"/>\n" +
+             tail);
+}
 }  // namespace
 
 int main(int argc, char** argv)
@@ -251,5 +373,7 @@ int main(int argc, char** argv)
     WriteNotificationSeeds();
     WriteRegistrationInfoSeeds();
     WriteServerSeeds();
+    WriteServiceStubSeeds();
+    WriteSettingsSeeds();
     return 0;
 }

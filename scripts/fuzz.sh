@@ -11,7 +11,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 seconds="${1:-20}"
-targets=(RemotingReaderFuzzer NotificationFuzzer NotificationRegistrationInfoFuzzer TulServerFuzzer)
+targets=(RemotingReaderFuzzer NotificationFuzzer NotificationRegistrationInfoFuzzer TulServerFuzzer ServiceStubFuzzer
+  SettingsFuzzer)
 
 cmake --preset fuzz
 cmake --build --preset fuzz -j "$(nproc)"

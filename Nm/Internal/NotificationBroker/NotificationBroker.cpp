@@ -34,8 +34,7 @@ void Publish()
 }  // namespace
 
 NotificationBroker::NotificationBroker(std::uint32_t queueLength)
-    : queueLength(queueLength),
-      notificationQueue(queueLength),
+    : notificationQueue(queueLength),
       brokerThread(registrationManager.GetNotificationNames(), dispatcherManager.GetDispatcherRepository(),
                    dispatcherManager.GetDispatchTable(), notificationQueue),
       ownNotifications(GetLogger()),

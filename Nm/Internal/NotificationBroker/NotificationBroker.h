@@ -87,7 +87,6 @@ private:
     void EnsurePayloadTypeIdIsKnown(const String& argumentName, const PayloadTypeId& payloadTypeId) const;
     SubscriptionState& GetSubscriptionState() const;
 
-    std::uint32_t queueLength;
     mutable std::atomic_flag ownNotificationsInitialized = ATOMIC_FLAG_INIT;
     NotificationRegistrationManager registrationManager;
     IdGenerator<NotificationId> notificationIdGenerator;

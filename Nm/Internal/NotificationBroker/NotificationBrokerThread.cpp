@@ -58,11 +58,15 @@ void NotificationBrokerThread::Start()
 
 void NotificationBrokerThread::StopNotificationBrokerThread()
 {
-    queue.Push(nullptr);
-    if (thread.IsJoinable())
+    if (!thread.IsJoinable())
     {
-        thread.Join();
+        // Nobody drains the queue of a thread that never ran: waiting for room in a full one would
+        // never end.
+        queue.TryPush(nullptr);
+        return;
     }
+    queue.Push(nullptr);
+    thread.Join();
 }
 
 void NotificationBrokerThread::DispatchNotifications(void*)

@@ -239,6 +239,26 @@ TEST_F(NotificationBrokerThreadTest, ANeverStartedThreadDeliversNothingAndStopsA
     EXPECT_EQ(queue.Pop(), nullptr) << "the stop marker stays behind the undelivered notification";
 }
 
+TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBehindAFullQueue)
+{
+    // As a broker whose dispatching never started is disposed after its queue filled up.
+    ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
+    auto thread = MakeThread();
+    std::atomic<bool> stopped{false};
+    std::thread stopper(
+        [&]
+        {
+            thread.reset();
+            stopped = true;
+        });
+    EXPECT_TRUE(WaitFor([&] { return stopped.load(); }));
+    if (!stopped)
+    {
+        queue.Pop();  // makes room for a waiting stop marker, so that the test ends
+    }
+    stopper.join();
+}
+
 TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotificationAndIsLogged)
 {
     CapturingSink log;
