@@ -32,11 +32,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <Support/CountingAllocator.h>
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -54,49 +56,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-
-namespace
-{
-// Heap allocations of the current thread while `countAllocations` is set: the non-blocking row reports
-// them per call. The replaced operators below serve the whole process, the library included.
-thread_local bool countAllocations = false;
-thread_local std::uint64_t allocations = 0;
-
-void* Allocate(std::size_t size)
-{
-    allocations += countAllocations ? 1 : 0;
-    if (void* memory = std::malloc(size == 0 ? 1 : size))
-    {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-}  // namespace
-
-void* operator new(std::size_t size)
-{
-    return Allocate(size);
-}
-void* operator new[](std::size_t size)
-{
-    return Allocate(size);
-}
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
 
 using namespace Kiv::System::Nm;
 using Kiv::System::Commons::AppDomain;
@@ -566,18 +525,19 @@ void RunNonBlocking(const Options& o)
             unsigned slot = 0;
             for (std::int64_t i = 0; i < calls; ++i)
             {
-                allocations = 0;
-                countAllocations = true;
+                // The caller's thread only: the worker allocates as it likes.
+                std::optional<Kiv::Testing::AllocationCounter> counter(std::in_place);
                 const auto start = Clock::now();
                 manager.NonBlockingSendNotification(id, stamp, &MakePayload, {arguments, slot},
                                                     futures[slot]);
                 const auto end = Clock::now();
-                countAllocations = false;
+                const std::uint64_t allocated = counter->Get();
+                counter.reset();
                 if (record)
                 {
                     samples[static_cast<std::size_t>(i)] =
                         std::chrono::duration<double, std::nano>(end - start).count();
-                    counted += allocations;
+                    counted += allocated;
                     refused += futures[slot].IsValid() ? 0 : 1;
                 }
                 if (++slot == burst)

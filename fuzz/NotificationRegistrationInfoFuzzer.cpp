@@ -4,22 +4,16 @@
 // again to bytes that read back to the same record, and its names read as a text or are refused with
 // InvalidCastException, whatever code the wire gave them.
 
-#include "FuzzCheck.h"
+#include "WireRoundTrip.h"
 
 #include <Nm/NotificationRegistrationInfo.h>
-#include <Nm/Services/Wire.h>
 
 #include <Kiv/Exceptions.h>
-#include <Kiv/System/Tul/RemotingReader.h>
-#include <Kiv/System/Tul/RemotingWriter.h>
 
 #include <cstdint>
 #include <optional>
 
 using Kiv::System::Nm::NotificationRegistrationInfo;
-using Kiv::System::Tul::RemotingReader;
-using Kiv::System::Tul::RemotingWriter;
-namespace Wire = Kiv::System::Nm::Services::Wire;
 
 namespace
 {
@@ -39,34 +33,13 @@ std::optional<Kiv::String> TextOf(Get get)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    RemotingReader reader(size == 0 ? nullptr : data, size);
-    NotificationRegistrationInfo info;
-    try
-    {
-        Wire::Read(reader, info);
-    }
-    catch (const Kiv::CommunicationException&)
+    const auto read = KivFuzz::ReadRecord<NotificationRegistrationInfo>(data, size);
+    if (!read)
     {
         return 0;
     }
-    catch (const Kiv::NotSupportedException&)
-    {
-        return 0;
-    }
-    catch (const Kiv::NotImplementedException&)
-    {
-        return 0;
-    }
-
-    RemotingWriter first;
-    Wire::Write(first, info);
-    RemotingReader again(first.GetData(), first.GetSize());
-    NotificationRegistrationInfo copy;
-    Wire::Read(again, copy);
-    KIV_FUZZ_CHECK(again.IsAtEnd());
-    RemotingWriter second;
-    Wire::Write(second, copy);
-    KIV_FUZZ_CHECK(first.GetBuffer() == second.GetBuffer());
+    const NotificationRegistrationInfo& info = *read;
+    const NotificationRegistrationInfo copy = KivFuzz::WriteAndReadBack(info);
     KIV_FUZZ_CHECK(copy.GetNotificationNameId() == info.GetNotificationNameId());
     KIV_FUZZ_CHECK(copy.GetSeverity() == info.GetSeverity());
     KIV_FUZZ_CHECK(copy.GetPayloadTypeId() == info.GetPayloadTypeId());

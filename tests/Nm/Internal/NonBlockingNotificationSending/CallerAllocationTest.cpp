@@ -5,63 +5,12 @@
 
 #include <Nm/NonBlockingDoubles.h>
 #include <Nm/ThreeNumbersRegistration.h>
+#include <Support/CountingAllocator.h>
 #include <Support/WaitFor.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <new>
-
-namespace
-{
-thread_local bool counting = false;
-thread_local std::size_t allocations = 0;
-
-void* Allocate(std::size_t size)
-{
-    allocations += counting ? 1 : 0;
-    if (void* memory = std::malloc(size == 0 ? 1 : size))
-    {
-        return memory;
-    }
-    throw std::bad_alloc();
-}
-
-/// Counts what the calling thread allocates while it exists.
-struct AllocationCounter
-{
-    AllocationCounter() { allocations = 0, counting = true; }
-    ~AllocationCounter() { counting = false; }
-    std::size_t Get() const { return allocations; }
-};
-}  // namespace
-
-// libstdc++'s nothrow forms call these; nothing on the path asks for over-aligned memory.
-void* operator new(std::size_t size)
-{
-    return Allocate(size);
-}
-void* operator new[](std::size_t size)
-{
-    return Allocate(size);
-}
-void operator delete(void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete[](void* memory) noexcept
-{
-    std::free(memory);
-}
-void operator delete(void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-void operator delete[](void* memory, std::size_t) noexcept
-{
-    std::free(memory);
-}
-
+using Kiv::Testing::AllocationCounter;
 using namespace Kiv::System::Nm;
 using namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending;
 using Kiv::Testing::ProxyFacade;
