@@ -122,7 +122,16 @@ public:
         {
             entry.stub.reset();
         }
-        Nm::NotificationManager::GetInstance().UnsubscribeFromAll(&subscriber);
+        try
+        {
+            Nm::NotificationManager::GetInstance().UnsubscribeFromAll(&subscriber);
+        }
+        catch (const Kiv::Exception&)
+        {
+            // The inputs speak to the dispatcher manager service as any process may, so they can have
+            // removed this process's own dispatch row already; the broker then rightly refuses the
+            // second removal. Teardown goes on regardless.
+        }
         Nm::Internal::NotificationManagerSetup::Dispose();
         Commons::AppDomain::Dispose();
         Tul::ServiceManager::Reset();

@@ -12,6 +12,85 @@ namespace Kiv::System::Nm::Internal
 {
 namespace
 {
+/// A field as a format argument: its text, formatted as any string, except that a placeholder may not
+/// pad it beyond MaxWidth. The format string comes from whoever sent the notification, and "{:>2000000000}"
+/// would otherwise make every process that renders it allocate two gigabytes.
+struct FieldArgument
+{
+    static constexpr unsigned long MaxWidth = 4096;
+    const String& text;
+};
+
+bool IsAlign(char c)
+{
+    return c == '<' || c == '>' || c == '^';
+}
+
+// The length of the UTF-8 sequence that starts with `lead`, as a fill character may be one.
+std::ptrdiff_t SequenceLength(unsigned char lead)
+{
+    return lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+}
+
+// Walks the specifier [begin, end) of one placeholder as far as its width:
+// [[fill]align][sign]["#"]["0"][width]. Throws the format library's own error for a width over the bound,
+// so that it takes the way of every other format error.
+void CheckWidth(const char* begin, const char* end)
+{
+    const char* it = begin;
+    while (it != end && *it != '}')
+    {
+        ++it;
+    }
+    end = it;
+    it = begin;
+    const std::ptrdiff_t fill = it != end ? SequenceLength(static_cast<unsigned char>(*it)) : 0;
+    if (end - it > fill && IsAlign(it[fill]))
+    {
+        it += fill + 1;
+    }
+    else if (it != end && IsAlign(*it))
+    {
+        ++it;
+    }
+    while (it != end && (*it == '+' || *it == '-' || *it == ' ' || *it == '#' || *it == '0'))
+    {
+        ++it;
+    }
+    unsigned long width = 0;
+    for (; it != end && *it >= '0' && *it <= '9'; ++it)
+    {
+        width = width * 10 + static_cast<unsigned long>(*it - '0');
+        if (width > FieldArgument::MaxWidth)
+        {
+            throw fmt::format_error("width exceeds the limit of a payload field");
+        }
+    }
+}
+}  // namespace
+}  // namespace Kiv::System::Nm::Internal
+
+template <>
+struct fmt::formatter<Kiv::System::Nm::Internal::FieldArgument> : fmt::formatter<fmt::string_view>
+{
+    auto parse(fmt::format_parse_context& context) -> decltype(context.begin())
+    {
+        Kiv::System::Nm::Internal::CheckWidth(context.begin(), context.end());
+        return fmt::formatter<fmt::string_view>::parse(context);
+    }
+
+    auto format(const Kiv::System::Nm::Internal::FieldArgument& field, fmt::format_context& context) const
+        -> decltype(context.out())
+    {
+        return fmt::formatter<fmt::string_view>::format(
+            fmt::string_view(field.text.data(), field.text.size()), context);
+    }
+};
+
+namespace Kiv::System::Nm::Internal
+{
+namespace
+{
 using Variant = TulVariant<512>;
 using FormatFunction = String (*)(const std::vector<String>&);
 
@@ -38,7 +117,7 @@ template <std::size_t... Argument>
 String FormatWithArguments(const std::vector<String>& fields, std::index_sequence<Argument...>)
 {
     // Arguments go in as text, so a numeric specifier in the format string is a format error.
-    return String::Format(fields.at(0).c_str(), fields.at(Argument + 1)...);
+    return String::Format(fields.at(0).c_str(), FieldArgument{fields.at(Argument + 1)}...);
 }
 
 // Element 0 formatted with elements 1 to FieldCount - 1. The format library fixes the number of arguments

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 
 namespace Kiv::System::Nm::Internal
 {
@@ -218,7 +217,7 @@ Variant TulVariantSerializer::ReadElement(TulReader& reader)
 
 void TulVariantSerializer::WritePayload(TulWriter& writer, const std::vector<Variant>& payload)
 {
-    if (payload.size() > std::numeric_limits<std::uint32_t>::max())
+    if (payload.size() > MaxPayloadElements)
     {
         throw ArgumentException("A payload of {0} fields is too long for a message", payload.size());
     }
@@ -239,6 +238,10 @@ void TulVariantSerializer::ReadPayload(TulReader& reader, std::vector<Variant>& 
     // over 500 in memory: reserve the whole length only up to what an honest payload needs, so that a
     // hostile message can't make us reserve hundreds of times its own size.
     const std::uint32_t length = reader.ReadArrayLength();
+    if (length > MaxPayloadElements)
+    {
+        throw ArgumentException("A payload of {0} fields is too long for a message", length);
+    }
     payload.reserve(payload.size() + std::min<std::uint32_t>(length, MaxReservedElements));
     for (std::uint32_t index = 0; index < length; ++index)
     {

@@ -39,6 +39,11 @@ public:
 
     /// Appends the elements of an array of objects to `payload`, which it reserves for all of them first.
     static void ReadPayload(Tul::TulReader& reader, std::vector<Variant>& payload);
+    /// The most elements a payload may have on the wire, both ways. Each element takes over 500 bytes in
+    /// memory however short it is on the wire, so without a bound one frame of one-byte elements would
+    /// cost its receiver hundreds of times its size. This many strings of full length fill about one
+    /// largest frame, so an honest payload never meets the bound.
+    static constexpr std::uint32_t MaxPayloadElements = 32768;
     /// The most elements ReadPayload reserves ahead; longer payloads grow as they are read.
     static constexpr std::uint32_t MaxReservedElements = 256;
 
