@@ -101,7 +101,8 @@ TEST(PayloadFormatterTest, APlaceholderPadsItsTextUpToABoundedWidth)
     EXPECT_EQ(Format({"{:4096}", "x"}).size(), 4096u);
     const std::string refused = "width exceeds the limit of a payload field";
     // However the width is reached: plain, behind fill and align (a fill of two bytes too), behind flags.
-    for (const char* format : {"{:4097}", "{:>2000000000}", "{:\xc3\xa9<99999}", "{0:#099999}", "{}{:x>5000}"})
+    for (const char* format :
+         {"{:4097}", "{:>2000000000}", "{:\xc3\xa9<99999}", "{0:#099999}", "{}{:x>5000}"})
     {
         const std::string text = Format({format, "a", "b"});
         EXPECT_NE(text.find(refused), std::string::npos) << format << " gave " << text.substr(0, 80);
