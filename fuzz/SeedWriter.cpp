@@ -2,7 +2,8 @@
 // start from what the wire really carries.
 //
 //   FuzzSeedWriter DIRECTORY
-// writes DIRECTORY/<target>/seed-<name> for every target; the files in fuzz/corpus come from it.
+// writes DIRECTORY/<target>/seed-<name> for every target that reads the wire; the files in fuzz/corpus
+// come from it. The settings files in fuzz/corpus/SettingsFuzzer are plain XML, written by hand.
 
 #include "Platform/Tul/Support/EchoService.h"
 
@@ -331,34 +332,6 @@ void WriteServiceStubSeeds()
                     });
 }
 
-/// Settings files as the host reads them, good and bad.
-void WriteSettingsSeeds()
-{
-    auto save = [](const std::string& name, const std::string& text)
-    { Save("SettingsFuzzer", name, Bytes(text.begin(), text.end())); };
-    const std::string head = "<?xml version=\"1.0\"?>\n<NotificationManagerSettingsDocument>\n";
-    const std::string tail = "</NotificationManagerSettingsDocument>\n";
-    save("both", head +
-                     "  <NotificationBroker queueLength=\"2048\"/>\n"
-                     "  <NonBlockingNotificationSendingProxy queueLength=\"256\"/>\n" +
-                     tail);
-    save("empty-document", "<?xml version=\"1.0\"?>\n<NotificationManagerSettingsDocument/>\n");
-    save("unknown-and-content",
-         head +
-             "  <Unknown a=\"1\"><NotificationBroker queueLength=\"9\"/></Unknown>\n"
-             "  <NotificationBroker queueLength=\"+7\"><!-- c --><x/>text</NotificationBroker>\n" +
-             tail);
-    save("zero-length", head + "  <NotificationBroker queueLength=\"0\"/>\n" + tail);
-    save("no-attribute", head + "  <NonBlockingNotificationSendingProxy/>\n" + tail);
-    save("not-a-number", head + "  <NotificationBroker queueLength=\"-1x\"/>\n" + tail);
-    save("other-document", "<OtherDocument/>\n");
-    save("unclosed", head + "  <NotificationBroker queueLength=\"1\">\n");
-    save("entities",
-         "<?xml version=\"1.0\"?>\n<!DOCTYPE NotificationManagerSettingsDocument [\n"
-         "  <!ENTITY n \"64\">\n]>\n<NotificationManagerSettingsDocument>\n"
-         "  <NotificationBroker queueLength=\"&n;\"/>\n" +
-             tail);
-}
 }  // namespace
 
 int main(int argc, char** argv)
@@ -374,6 +347,5 @@ int main(int argc, char** argv)
     WriteRegistrationInfoSeeds();
     WriteServerSeeds();
     WriteServiceStubSeeds();
-    WriteSettingsSeeds();
     return 0;
 }
