@@ -10,7 +10,7 @@
 using namespace Kiv;
 using namespace Kiv::System::Commons::Logging;
 
-TEST(LoggingConcurrencyTest, ManyThreadsLogCreateAdaptersAndChangeLevelsAndSinks)
+TEST(LoggingConcurrencyTest, ManyThreadsLogShareAnAdapterAndChangeLevelsAndSinks)
 {
     CapturingSink sink;
     LogManager::UseNullSink();
@@ -22,36 +22,22 @@ TEST(LoggingConcurrencyTest, ManyThreadsLogCreateAdaptersAndChangeLevelsAndSinks
         workers.emplace_back(
             [t]
             {
-                LoggerBase shared("Kiv.Test.Concurrent");
-                LoggerBase own(String::Format("Kiv.Test.Concurrent.{}", t));
+                LoggerBase logger("Kiv.Test.Concurrent");
                 for (int i = 0; i < lines; ++i)
                 {
-                    shared.Log(5, "thread {} line {}", t, i);
-                    own.Log(5, "line {}", i);
-                    own.SetLogLevel(i % 2 == 0 ? 7 : 5);
+                    logger.Log(5, "thread {} line {}", t, i);
+                    logger.SetLogLevel(i % 2 == 0 ? 7 : 5);
+                    LogManager::SetDefaultLogLevel(i % 2 == 0 ? 7 : 5);
+                    const CapturingSink passing;  // attaches and detaches while the others log
                 }
             });
     }
-    std::thread switcher(
-        []
-        {
-            for (int i = 0; i < 50; ++i)
-            {
-                CapturingSink passing;
-                LogManager::SetDefaultLogLevel(i % 2 == 0 ? 7 : 5);
-            }
-        });
     for (auto& worker : workers)
     {
         worker.join();
     }
-    switcher.join();
     LogManager::SetDefaultLogLevel(LogLevel::DefaultValue);
     LogManager::UseConsoleSink();
 
     EXPECT_EQ(sink.GetRecords("Kiv.Test.Concurrent").size(), std::size_t(threads * lines));
-    for (int t = 0; t < threads; ++t)
-    {
-        EXPECT_EQ(sink.GetRecords(String::Format("Kiv.Test.Concurrent.{}", t)).size(), std::size_t(lines));
-    }
 }
