@@ -1,18 +1,20 @@
-#include "Platform/Tul/FakeServices.h"
+#include "Platform/Tul/Support/EchoService.h"
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ITulAuthorizator.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-#include <memory>
 #include <thread>
 
+#include <unistd.h>
+
 using namespace Kiv::System::Tul;
-using namespace Fake;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
 
 namespace
 {
@@ -25,87 +27,68 @@ public:
     }
 };
 
-/// What the service under the names answers to Echo(10): -1 for none.
-int EchoTen(const char* provider, ITulServiceProxyFactory& proxyFactory)
-{
-    std::unique_ptr<ITulService> service(ServiceManager::GetService(provider, proxyFactory));
-    return service == nullptr ? -1 : dynamic_cast<IEchoService&>(*service).Echo(10);
-}
-
 class ServiceManagerTest : public ::testing::Test
 {
 protected:
     void SetUp() override { ServiceManager::Reset(); }
     void TearDown() override { ServiceManager::Reset(); }
 
-    EchoProxyFactory proxyFactory;
+    /// Whether `provider` gives a working echo service that `factory` has just made.
+    static bool MadeBy(const char* provider, Echo::EchoServiceFactory& factory)
+    {
+        const int before = factory.made;
+        const auto echo = Echo::GetEcho(provider);
+        return echo != nullptr && echo->Echo("x") == "x" && factory.made == before + 1;
+    }
+
+    Echo::EchoServiceFactory first, second;
+    RefuseAll policy;
 };
 }  // namespace
 
-TEST_F(ServiceManagerTest, PublishedServiceIsMadeByItsFactoryForEachCaller)
+TEST_F(ServiceManagerTest, EachCallerGetsAServiceMadeByTheFactoryPublishedUnderTheNames)
 {
-    EchoServiceFactory factory(100);
-    RefuseAll policy;
-    ServiceManager::PublishService("Kiv", "Test.IEchoService", factory);
+    ServiceManager::PublishService("ProcessA", Echo::serviceName, first);
+    ServiceManager::PublishService("ProcessB", Echo::serviceName, second);
+    EXPECT_TRUE(MadeBy("ProcessA", first));
+    EXPECT_TRUE(MadeBy("ProcessA", first));
+    EXPECT_TRUE(MadeBy("ProcessB", second));
+    EXPECT_EQ(first.lastAuthorizator, nullptr);
 
-    std::unique_ptr<ITulService> first(ServiceManager::GetService("Kiv", proxyFactory));
-    std::unique_ptr<ITulService> second(ServiceManager::GetService("Kiv", proxyFactory));
-    ASSERT_NE(first, nullptr);
-    EXPECT_NE(first, second);
-    EXPECT_EQ(dynamic_cast<IEchoService&>(*first).Echo(1), 101);
-    EXPECT_EQ(factory.lastProvider, "Kiv");
-    EXPECT_EQ(factory.lastAuthorizator, nullptr);
+    EXPECT_EQ(Echo::GetEcho("Other"), nullptr);
+    EXPECT_EQ(Echo::GetEcho(""), nullptr);
+    Echo::EchoProxyFactory otherService("Test.IOtherService");
+    EXPECT_EQ(ServiceManager::GetService("ProcessA", otherService), nullptr);
 
-    // A guarded service's factory builds its security stub on the installed policy.
+    // Publishing again replaces, for that provider only.
+    ServiceManager::PublishService("ProcessB", Echo::serviceName, first);
+    ServiceManager::PublishService("ProcessB", Echo::serviceName, first);
+    EXPECT_TRUE(MadeBy("ProcessB", first));
+    EXPECT_TRUE(MadeBy("ProcessA", first));
+    EXPECT_EQ(second.made, 1);
+
+    // The factory builds a guarded service's security stub on the installed policy and the provider.
     EXPECT_EQ(ServiceManager::SetAuthorizator(&policy), nullptr);
-    EXPECT_EQ(EchoTen("Kiv", proxyFactory), 110);
-    EXPECT_EQ(factory.lastAuthorizator, &policy);
+    EXPECT_TRUE(MadeBy("ProcessA", first));
+    EXPECT_EQ(first.lastAuthorizator, &policy);
+    Echo::EchoServiceFactory guarded(true);
+    ServiceManager::PublishService("ProcessC", Echo::serviceName, guarded);
+    EXPECT_THAT([] { Echo::GetEcho("ProcessC")->Echo("x"); },
+                ThrowsMessage<Kiv::UnauthorizedAccessException>(HasSubstr("of provider 'ProcessC' for uid")));
 }
 
-TEST_F(ServiceManagerTest, UnknownProviderOrServiceGivesNull)
+TEST_F(ServiceManagerTest, ResetWithdrawsPublicationsAndAuthorizatorAndNullOrEmptyNamesAreRefused)
 {
-    EchoServiceFactory factory(0);
-    ServiceManager::PublishService("Kiv", "Test.IEchoService", factory);
-    EchoProxyFactory otherService("Test.IOtherService");
-
-    EXPECT_EQ(EchoTen("Other", proxyFactory), -1);
-    EXPECT_EQ(EchoTen("", proxyFactory), -1);
-    EXPECT_EQ(EchoTen("Kiv", otherService), -1);
-}
-
-TEST_F(ServiceManagerTest, SameServiceUnderTwoProvidersStaysApartAndRepublishingReplaces)
-{
-    EchoServiceFactory first(1), second(2), third(3);
-    ServiceManager::PublishService("ProcessA", "Test.IEchoService", first);
-    ServiceManager::PublishService("ProcessB", "Test.IEchoService", second);
-    EXPECT_EQ(EchoTen("ProcessA", proxyFactory), 11);
-    EXPECT_EQ(EchoTen("ProcessB", proxyFactory), 12);
-
-    ServiceManager::PublishService("ProcessA", "Test.IEchoService", third);
-    ServiceManager::PublishService("ProcessA", "Test.IEchoService", third);
-    EXPECT_EQ(EchoTen("ProcessA", proxyFactory), 13);
-    EXPECT_EQ(EchoTen("ProcessB", proxyFactory), 12);
-}
-
-TEST_F(ServiceManagerTest, ResetWithdrawsPublicationsAndAuthorizator)
-{
-    EchoServiceFactory factory(0);
-    RefuseAll policy;
-    ServiceManager::PublishService("Kiv", "Test.IEchoService", factory);
+    ServiceManager::PublishService("Kiv", Echo::serviceName, first);
     ServiceManager::SetAuthorizator(&policy);
-
     ServiceManager::Reset();
-    EXPECT_EQ(EchoTen("Kiv", proxyFactory), -1);
+    EXPECT_EQ(Echo::GetEcho("Kiv"), nullptr);
     EXPECT_EQ(ServiceManager::SetAuthorizator(nullptr), nullptr);
-}
 
-TEST_F(ServiceManagerTest, NullOrEmptyNamesAreRefused)
-{
-    EchoServiceFactory factory(0);
-    EXPECT_THROW(ServiceManager::PublishService(nullptr, "Test.IEchoService", factory),
-                 Kiv::ArgumentException);
-    EXPECT_THROW(ServiceManager::PublishService("Kiv", nullptr, factory), Kiv::ArgumentException);
-    EXPECT_THROW(ServiceManager::PublishService("Kiv", "", factory), Kiv::ArgumentException);
+    EXPECT_THROW(ServiceManager::PublishService(nullptr, Echo::serviceName, first), Kiv::ArgumentException);
+    EXPECT_THROW(ServiceManager::PublishService("Kiv", nullptr, first), Kiv::ArgumentException);
+    EXPECT_THROW(ServiceManager::PublishService("Kiv", "", first), Kiv::ArgumentException);
+    Echo::EchoProxyFactory proxyFactory;
     EXPECT_THROW(ServiceManager::GetService(nullptr, proxyFactory), Kiv::ArgumentException);
 }
 

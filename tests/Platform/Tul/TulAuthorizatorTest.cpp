@@ -4,13 +4,16 @@
 #include <Kiv/System/Tul/TulPolicyAuthorizator.h>
 #include <Kiv/System/Tul/TulServiceAuthorizator.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <pwd.h>
 #include <cstdio>
 #include <fstream>
 
+#include <unistd.h>
+
 using namespace Kiv::System::Tul;
+using testing::ThrowsMessage;
 
 namespace
 {
@@ -57,18 +60,11 @@ TEST(TulAuthorizatorTest, ServiceAuthorizatorChecksTheCurrentCallerAndNamesTheRe
     const TulServiceAuthorizator guard("Kiv", "X", nullptr);                // the default authorizator
     EXPECT_NO_THROW(guard.AuthorizeServiceInvocation("SendNotification"));  // this process
     const TulCallerIdentity::Scope stranger({geteuid() + 4242, 77, 1234});
-    try
-    {
-        guard.AuthorizeServiceInvocation("SendNotification");
-        ADD_FAILURE() << "not refused";
-    }
-    catch (const Kiv::UnauthorizedAccessException& e)
-    {
-        EXPECT_EQ(e.GetMessage(),
-                  Kiv::String::Format("Access denied to 'SendNotification' of service 'X' of provider "
-                                      "'Kiv' for uid {0} gid 77 pid 1234",
-                                      geteuid() + 4242));
-    }
+    EXPECT_THAT([&] { guard.AuthorizeServiceInvocation("SendNotification"); },
+                ThrowsMessage<Kiv::UnauthorizedAccessException>(Kiv::String::Format(
+                    "Access denied to 'SendNotification' of service 'X' of provider 'Kiv' "
+                    "for uid {0} gid 77 pid 1234",
+                    geteuid() + 4242)));
 }
 
 TEST(TulAuthorizatorTest, PolicyGrantsOperationsToUsersAndGroupsByIdOrName)

@@ -1,4 +1,5 @@
 #include "Platform/Tul/Support/EchoService.h"
+#include "Support/WaitFor.h"
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
@@ -6,8 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -16,6 +16,20 @@ using namespace std::chrono_literals;
 
 namespace
 {
+/// Runs `work` on `count` threads, with the thread's number, and waits for them.
+void RunThreads(int count, const std::function<void(int)>& work)
+{
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
+    {
+        threads.emplace_back(work, t);
+    }
+    for (auto& thread : threads)
+    {
+        thread.join();
+    }
+}
+
 /// Two providers of this process, called through their endpoints and server threads.
 class TulTransportConcurrencyTest : public ::testing::Test
 {
@@ -47,76 +61,81 @@ protected:
 };
 }  // namespace
 
+TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
+{
+    ServiceManager::Reset();
+    Echo::EchoServiceFactory factories[2];
+    std::atomic<int> found{0}, wrong{0};
+    RunThreads(4,
+               [&](int t)
+               {
+                   for (int i = 0; i < 2000; ++i)
+                   {
+                       if (t == 0 && i % 100 == 99)
+                       {
+                           ServiceManager::Reset();
+                       }
+                       else if (t < 2)
+                       {
+                           ServiceManager::PublishService("Kiv", Echo::serviceName, factories[i % 2]);
+                       }
+                       if (const auto echo = Echo::GetEcho("Kiv"); echo != nullptr)
+                       {
+                           (echo->Echo("x") == "x" ? found : wrong)++;
+                       }
+                   }
+               });
+    ServiceManager::Reset();
+    EXPECT_GT(found.load(), 0);
+    EXPECT_EQ(wrong.load(), 0);
+}
+
 TEST_F(TulTransportConcurrencyTest, ThreadsShareOneConnectionAndCallBackThroughAnother)
 {
     std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (std::uint32_t t = 0; t < 4; ++t)
-    {
-        threads.emplace_back(
-            [&wrong, t]
-            {
-                const auto echo = Echo::GetEcho("P1");
-                for (std::uint32_t i = 0; echo != nullptr && i < 100; ++i)
-                {
-                    wrong += echo->Add(i, t * 1000) != i + t * 1000 ? 1 : 0;
-                    if (i % 10 == 0)
-                    {
-                        const Kiv::String text = "thread " + std::to_string(t);
-                        wrong += echo->CallBack("P2", text) != text ? 1 : 0;
-                    }
-                }
-                wrong += echo == nullptr ? 1 : 0;
-            });
-    }
-    for (auto& thread : threads)
-    {
-        thread.join();
-    }
+    RunThreads(4,
+               [&wrong](int t)
+               {
+                   const auto echo = Echo::GetEcho("P1");
+                   const auto base = static_cast<std::uint32_t>(t) * 1000;
+                   for (std::uint32_t i = 0; echo != nullptr && i < 100; ++i)
+                   {
+                       wrong += echo->Add(i, base) != i + base ? 1 : 0;
+                       const Kiv::String text = "thread " + std::to_string(t);
+                       wrong += i % 10 == 0 && echo->CallBack("P2", text) != text ? 1 : 0;
+                   }
+                   wrong += echo == nullptr ? 1 : 0;
+               });
     EXPECT_EQ(wrong.load(), 0);
 }
 
 TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
 {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int calling = 0;
-    std::atomic<int> failed{0};
-    std::vector<std::thread> threads;
-    for (const char* provider : {"P1", "P1", "P2"})
-    {
-        threads.emplace_back(
-            [&, provider]
-            {
-                const auto echo = Echo::GetEcho(provider);
-                try
-                {
-                    for (bool first = true; echo != nullptr; first = false)
-                    {
-                        echo->Echo("busy");
-                        if (first)
-                        {
-                            std::lock_guard<std::mutex> lock(mutex);
-                            ++calling;
-                            changed.notify_all();
-                        }
-                    }
-                }
-                catch (const Kiv::CommunicationException&)
-                {
-                    ++failed;
-                }
-            });
-    }
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        ASSERT_TRUE(changed.wait_for(lock, 60s, [&] { return calling == 3; }));
-    }
-    ServiceManager::Shutdown();
-    for (auto& thread : threads)
-    {
-        thread.join();
-    }
+    std::atomic<int> calling{0}, failed{0};
+    std::thread shutdown(
+        [&]
+        {
+            EXPECT_TRUE(Kiv::Testing::WaitFor([&] { return calling == 3; }, 60s));
+            ServiceManager::Shutdown();  // also when not all are calling, so that the test ends
+        });
+    RunThreads(3,
+               [&](int t)
+               {
+                   const auto echo = Echo::GetEcho(t == 2 ? "P2" : "P1");
+                   try
+                   {
+                       for (bool first = true; echo != nullptr; first = false)
+                       {
+                           echo->Echo("busy");
+                           calling += first ? 1 : 0;
+                       }
+                   }
+                   catch (const Kiv::CommunicationException&)
+                   {
+                       ++failed;
+                   }
+               });
+    shutdown.join();
     EXPECT_EQ(failed.load(), 3);
 
     Publish();
@@ -125,14 +144,7 @@ TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
 
 TEST_F(TulTransportConcurrencyTest, AServiceThatItsProviderPublishesAMomentLaterIsFoundAndAMissingOneIsNot)
 {
-    struct Later : Echo::EchoProxyFactory
-    {
-        const char* GetServiceName() const override { return "Test.ILater"; }
-    } later;
-    struct Never : Echo::EchoProxyFactory
-    {
-        const char* GetServiceName() const override { return "Test.INever"; }
-    } never;
+    Echo::EchoProxyFactory later("Test.ILater"), never("Test.INever");
     // The provider's endpoint is up, as in a process that publishes its services one after another.
     std::thread publisher(
         [this]

@@ -33,9 +33,8 @@ public:
             argv.push_back(const_cast<char*>(argument.c_str()));
         }
         argv.push_back(nullptr);
-        int fds[2];
-        int in[2] = {-1, -1};
-        if (pipe2(fds, O_CLOEXEC) != 0 || (withInput && pipe2(in, O_CLOEXEC) != 0))
+        int out[2], in[2] = {-1, -1};
+        if (pipe2(out, O_CLOEXEC) != 0 || (withInput && pipe2(in, O_CLOEXEC) != 0))
         {
             ADD_FAILURE() << "pipe2 failed";
             return;
@@ -43,7 +42,7 @@ public:
         pid = fork();
         if (pid == 0)
         {
-            dup2(fds[1], STDOUT_FILENO);
+            dup2(out[1], STDOUT_FILENO);
             if (withInput)
             {
                 dup2(in[0], STDIN_FILENO);
@@ -55,27 +54,22 @@ public:
             execv(argv[0], argv.data());
             _exit(127);
         }
-        close(fds[1]);
-        output = fds[0];
+        EXPECT_GT(pid, 0) << "fork failed";
+        close(out[1]);
+        output = out[0];
         if (withInput)
         {
             close(in[0]);
             input = in[1];
         }
-        EXPECT_GT(pid, 0) << "fork failed";
     }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess()
     {
         Stop(SIGKILL);
-        for (const int fd : {input, output})
-        {
-            if (fd >= 0)
-            {
-                close(fd);
-            }
-        }
+        close(input);
+        close(output);
     }
 
     pid_t GetPid() const { return pid; }
@@ -91,16 +85,10 @@ public:
     std::string ReadLine(std::chrono::milliseconds timeout = std::chrono::seconds(30))
     {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
-        for (;;)
+        while (buffered.find('\n') == std::string::npos)
         {
-            if (const auto end = buffered.find('\n'); end != std::string::npos)
-            {
-                std::string line = buffered.substr(0, end);
-                buffered.erase(0, end + 1);
-                return line;
-            }
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd entry{output, POLLIN, 0};
             char chunk[256];
             const ssize_t got = left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0
@@ -112,6 +100,10 @@ public:
             }
             buffered.append(chunk, static_cast<std::size_t>(got));
         }
+        const std::size_t end = buffered.find('\n');
+        std::string line = buffered.substr(0, end);
+        buffered.erase(0, end + 1);
+        return line;
     }
 
     /// Sends `signal` unless it ended, and waits for its end; returns the wait status.

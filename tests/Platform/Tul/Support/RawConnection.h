@@ -22,7 +22,6 @@
 namespace RawWire
 {
 using Bytes = std::vector<std::uint8_t>;
-using namespace std::chrono_literals;
 
 constexpr std::uint8_t resolve = 1, invoke = 2, response = 3;
 
@@ -49,7 +48,7 @@ Bytes Body(Write write)
     return writer.GetBuffer();
 }
 
-/// A client that speaks the frame protocol by hand, or not at all.
+/// A client that speaks the frame protocol by hand, or not at all. Every wait ends after 30 s.
 class RawConnection
 {
 public:
@@ -69,27 +68,7 @@ public:
     {
         [[maybe_unused]] const ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    void Send(const std::string& text) { Send(Bytes(text.begin(), text.end())); }
     void EndSending() { shutdown(fd, SHUT_WR); }
-
-    /// The next `count` bytes; fewer when the connection ends or the deadline passes.
-    Bytes Receive(std::size_t count)
-    {
-        const auto deadline = std::chrono::steady_clock::now() + 30s;
-        Bytes bytes(count);
-        std::size_t got = 0;
-        while (got < count && Readable(deadline))
-        {
-            const ssize_t n = recv(fd, bytes.data() + got, count - got, 0);
-            if (n <= 0)
-            {
-                break;
-            }
-            got += static_cast<std::size_t>(n);
-        }
-        bytes.resize(got);
-        return bytes;
-    }
 
     /// Sends a request and returns the body of its response, whose header must repeat the request's.
     Bytes Call(const Bytes& request)
@@ -113,10 +92,10 @@ public:
         return size >= 12 ? Receive(size - 12) : Bytes();
     }
 
-    /// True when the server closes the connection before the deadline; what it sent before is dropped.
+    /// True when the server closes the connection in time; what it sent before is dropped.
     bool SeesEndOfStream()
     {
-        const auto deadline = std::chrono::steady_clock::now() + 30s;
+        const auto deadline = Deadline();
         std::uint8_t sink[4096];
         while (Readable(deadline))
         {
@@ -130,15 +109,36 @@ public:
     }
 
 private:
-    bool Readable(std::chrono::steady_clock::time_point deadline) const
+    using Clock = std::chrono::steady_clock;
+
+    static Clock::time_point Deadline() { return Clock::now() + std::chrono::seconds(30); }
+
+    bool Readable(Clock::time_point deadline) const
     {
-        const auto left =
-            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
         pollfd entry{fd, POLLIN, 0};
         return left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0;
     }
 
+    /// The next `count` bytes; fewer when the connection ends or the deadline passes.
+    Bytes Receive(std::size_t count)
+    {
+        const auto deadline = Deadline();
+        Bytes bytes(count);
+        std::size_t got = 0;
+        while (got < count && Readable(deadline))
+        {
+            const ssize_t n = recv(fd, bytes.data() + got, count - got, 0);
+            if (n <= 0)
+            {
+                break;
+            }
+            got += static_cast<std::size_t>(n);
+        }
+        bytes.resize(got);
+        return bytes;
+    }
+
     int fd;
 };
-
 }  // namespace RawWire

@@ -1,12 +1,12 @@
 // The other process of the multi-process tests.
 //
-//   TulEchoHost serve DIR SYSTEM PROVIDER [--guarded] [--policy FILE] [--max-frame BYTES]
-//                     [--call-limit MILLISECONDS] [--log FILE]
-//       publishes the echo service, prints "ready", serves until SIGTERM, then shuts down and exits 0;
-//       with --log, its log lines go to FILE.
+//   TulEchoHost serve DIR SYSTEM PROVIDER [--policy FILE] [--max-frame BYTES] [--call-limit MILLISECONDS]
+//                     [--log FILE]
+//       publishes the echo service, guarded by the policy of FILE when given, prints "ready", serves until
+//       SIGTERM, then shuts down and exits 0; with --log, its log lines go to FILE.
 //   TulEchoHost call DIR SYSTEM PROVIDER TEXT
 //       calls Echo(TEXT) and prints "ok TEXT", or "error TYPE: MESSAGE".
-// A failure to start prints "error TYPE: MESSAGE" and exits 1.
+// A failure prints "error TYPE: MESSAGE" and exits 1.
 
 #include "Platform/Tul/Support/EchoService.h"
 
@@ -15,7 +15,6 @@
 
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <optional>
 #include <string>
 
@@ -34,57 +33,38 @@ int Serve(const char* provider, int argc, char** argv)
     sigaddset(&stop, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stop, nullptr);
 
-    bool guarded = false;
     std::optional<TulPolicyAuthorizator> policy;
     TulSettings settings = ServiceManager::GetSettings();
-    for (int i = 0; i < argc; ++i)
+    for (int i = 0; i + 1 < argc; i += 2)
     {
-        if (std::strcmp(argv[i], "--guarded") == 0)
+        const std::string option = argv[i];
+        if (option == "--policy")
         {
-            guarded = true;
+            policy.emplace(argv[i + 1]);
         }
-        else if (std::strcmp(argv[i], "--policy") == 0 && i + 1 < argc)
+        else if (option == "--max-frame")
         {
-            policy.emplace(argv[++i]);
+            settings.maxFrameSize = std::stoul(argv[i + 1]);
         }
-        else if (std::strcmp(argv[i], "--max-frame") == 0 && i + 1 < argc)
+        else if (option == "--call-limit")
         {
-            settings.maxFrameSize = std::stoul(argv[++i]);
+            settings.callTimeLimit = std::chrono::milliseconds(std::stoul(argv[i + 1]));
         }
-        else if (std::strcmp(argv[i], "--call-limit") == 0 && i + 1 < argc)
+        else if (option == "--log")
         {
-            settings.callTimeLimit = std::chrono::milliseconds(std::stoul(argv[++i]));
-        }
-        else if (std::strcmp(argv[i], "--log") == 0 && i + 1 < argc)
-        {
-            Kiv::System::Commons::Logging::LogManager::UseFileSink(argv[++i]);
+            Kiv::System::Commons::Logging::LogManager::UseFileSink(argv[i + 1]);
         }
     }
     ServiceManager::Configure(settings);
-    if (policy)
-    {
-        ServiceManager::SetAuthorizator(&*policy);
-    }
+    ServiceManager::SetAuthorizator(policy ? &*policy : nullptr);
     Echo::sleepNoticeFd = STDOUT_FILENO;
-    Echo::EchoServiceFactory factory(guarded);
+    Echo::EchoServiceFactory factory(policy.has_value());
     ServiceManager::PublishService(provider, Echo::serviceName, factory);
     std::printf("ready\n");
     std::fflush(stdout);
     int signal = 0;
     sigwait(&stop, &signal);
     ServiceManager::Shutdown();
-    return 0;
-}
-
-int Call(const char* provider, const char* text)
-{
-    const auto echo = Echo::GetEcho(provider);
-    if (echo == nullptr)
-    {
-        std::printf("error unreachable\n");
-        return 1;
-    }
-    std::printf("ok %s\n", echo->Echo(text).c_str());
     return 0;
 }
 }  // namespace
@@ -103,8 +83,17 @@ int main(int argc, char** argv)
         settings.systemName = argv[3];
         settings.connectWait = std::chrono::seconds(20);
         ServiceManager::Configure(settings);
-        const std::string mode = argv[1];
-        return mode == "serve" ? Serve(argv[4], argc - 5, argv + 5) : Call(argv[4], argc > 5 ? argv[5] : "");
+        if (std::string(argv[1]) == "serve")
+        {
+            return Serve(argv[4], argc - 5, argv + 5);
+        }
+        const auto echo = Echo::GetEcho(argv[4]);
+        if (echo == nullptr)
+        {
+            throw Kiv::CommunicationException("Provider '{0}' cannot be reached", argv[4]);
+        }
+        std::printf("ok %s\n", echo->Echo(argc > 5 ? argv[5] : "").c_str());
+        return 0;
     }
     catch (const Kiv::Exception& e)
     {

@@ -1,0 +1,80 @@
+#pragma once
+
+// The fixture of the transport's multi-process tests: each test has a system and an endpoint directory
+// of its own, and the echo hosts it starts (TUL_ECHO_HOST) are killed and reaped at its end whatever
+// happens.
+
+#include "Platform/Tul/Support/ChildProcess.h"
+#include "Platform/Tul/Support/EchoService.h"
+
+#include <Kiv/System/Tul/ServiceManager.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+class EchoHostFixture : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        char made[] = "/tmp/kiv-tul-test-XXXXXX";
+        ASSERT_NE(mkdtemp(made), nullptr);
+        directory = made;
+        chmod(made, 0755);  // a helper running as another user makes its way to the endpoints
+        settings.endpointDirectory = directory;
+        static int tests = 0;  // a socket path has little room for a test's name
+        settings.systemName = "mp-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
+        settings.connectWait = std::chrono::seconds(20);
+        Reconfigure();
+    }
+
+    void TearDown() override
+    {
+        Kiv::System::Tul::ServiceManager::Reset();
+        hosts.clear();
+        std::filesystem::remove_all(directory);
+    }
+
+    /// Starts this process anew with `settings`.
+    void Reconfigure()
+    {
+        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::ServiceManager::Configure(settings);
+    }
+
+    /// The arguments of the echo host in this test's system.
+    std::vector<std::string> Arguments(const char* mode, const std::string& provider,
+                                       const std::vector<std::string>& more = {}) const
+    {
+        std::vector<std::string> arguments{mode, directory, settings.systemName, provider};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        return arguments;
+    }
+
+    /// The echo host serving `provider`, started; `ready` waits until it serves.
+    ChildProcess& StartHost(const std::string& provider, const std::vector<std::string>& options = {},
+                            bool ready = true)
+    {
+        hosts.push_back(std::make_unique<ChildProcess>(TUL_ECHO_HOST, Arguments("serve", provider, options)));
+        if (ready)
+        {
+            EXPECT_EQ(hosts.back()->ReadLine(), "ready");
+        }
+        return *hosts.back();
+    }
+
+    std::string GetEndpoint(const std::string& provider) const
+    {
+        return directory + "/" + settings.systemName + "." + provider + ".sock";
+    }
+
+    Kiv::System::Tul::TulSettings settings;
+    std::string directory;
+    std::vector<std::unique_ptr<ChildProcess>> hosts;
+};
