@@ -109,7 +109,7 @@ TEST_F(TulTransportConcurrencyTest, ThreadsShareOneConnectionAndCallBackThroughA
     EXPECT_EQ(wrong.load(), 0);
 }
 
-TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
+TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsWithItsReasonAndANewSetupServes)
 {
     std::atomic<int> calling{0}, failed{0};
     std::thread shutdown(
@@ -121,7 +121,8 @@ TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
     RunThreads(3,
                [&](int t)
                {
-                   const auto echo = Echo::GetEcho(t == 2 ? "P2" : "P1");
+                   const std::string provider = t == 2 ? "P2" : "P1";
+                   const auto echo = Echo::GetEcho(provider);
                    try
                    {
                        for (bool first = true; echo != nullptr; first = false)
@@ -130,8 +131,10 @@ TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
                            calling += first ? 1 : 0;
                        }
                    }
-                   catch (const Kiv::CommunicationException&)
+                   catch (const Kiv::CommunicationException& e)
                    {
+                       EXPECT_EQ(e.GetMessage(), "Connection to provider '" + provider +
+                                                     "' is lost: the service manager was shut down");
                        ++failed;
                    }
                });

@@ -2,11 +2,16 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulDefaultAuthorizator.h>
+#include <Kiv/System/Tul/TulPolicyAuthorizator.h>
+#include <Kiv/System/Tul/TulServiceAuthorizator.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <stdexcept>
 
@@ -57,27 +62,15 @@ std::string RoundTrip(const std::function<void()>& raise)
     return "not thrown";
 }
 
-/// A socket bound at the endpoint of `provider` in the current system; listening or left as a crashed
-/// process leaves it.
-int BindEndpoint(const std::string& provider, bool listening)
+const std::string policyPath = "/tmp/kiv-tul-policy-" + std::to_string(getpid()) + ".xml";
+
+TulPolicyAuthorizator ReadPolicy(const std::string& content)
 {
-    const TulSettings settings = ServiceManager::GetSettings();
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string path =
-        settings.endpointDirectory + "/" + settings.systemName + "." + provider + ".sock";
-    std::strcpy(address.sun_path, path.c_str());
-    const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << path;
-    if (listening)
-    {
-        listen(fd, 1);
-        return fd;
-    }
-    close(fd);
-    return -1;
+    std::ofstream(policyPath) << content;
+    return TulPolicyAuthorizator(policyPath);
 }
 
+/// Each test starts from nothing and leaves the settings it found.
 class TulTransportTest : public ::testing::Test
 {
 protected:
@@ -86,6 +79,7 @@ protected:
     {
         ServiceManager::Reset();
         ServiceManager::Configure(original);
+        std::filesystem::remove(policyPath);
     }
 
     void Configure(void (*change)(TulSettings&))
@@ -95,12 +89,157 @@ protected:
         ServiceManager::Configure(settings);
     }
 
+    /// Whether `provider` gives a working echo service that `maker` has just made.
+    static bool MadeBy(const char* provider, Echo::EchoServiceFactory& maker)
+    {
+        const int before = maker.made;
+        const auto echo = Echo::GetEcho(provider);
+        return echo != nullptr && echo->Echo("x") == "x" && maker.made == before + 1;
+    }
+
+    /// A socket bound at the endpoint of `provider`; listening, or left as a crashed process leaves it.
+    static int BindEndpoint(const std::string& provider, bool listening)
+    {
+        const TulSettings settings = ServiceManager::GetSettings();
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path =
+            settings.endpointDirectory + "/" + settings.systemName + "." + provider + ".sock";
+        std::strcpy(address.sun_path, path.c_str());
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0) << path;
+        if (listening)
+        {
+            return listen(fd, 1), fd;
+        }
+        return close(fd), -1;
+    }
+
     const TulSettings original = ServiceManager::GetSettings();
-    Echo::EchoServiceFactory factory;
+    Echo::EchoServiceFactory factory, other;
 };
+using ServiceManagerTest = TulTransportTest;
+using TulAuthorizatorTest = TulTransportTest;
 }  // namespace
 
-TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerChain)
+TEST_F(ServiceManagerTest, EachCallerGetsAServiceMadeByTheFactoryPublishedUnderTheNames)
+{
+    ServiceManager::PublishService("ProcessA", Echo::serviceName, factory);
+    ServiceManager::PublishService("ProcessB", Echo::serviceName, other);
+    EXPECT_TRUE(MadeBy("ProcessA", factory));
+    EXPECT_TRUE(MadeBy("ProcessA", factory));
+    EXPECT_TRUE(MadeBy("ProcessB", other));
+    EXPECT_EQ(factory.lastAuthorizator, nullptr);
+
+    EXPECT_EQ(Echo::GetEcho("Other"), nullptr);
+    EXPECT_EQ(Echo::GetEcho(""), nullptr);
+    Echo::EchoProxyFactory otherService("Test.IOtherService");
+    EXPECT_EQ(ServiceManager::GetService("ProcessA", otherService), nullptr);
+
+    // Publishing again replaces, for that provider only.
+    ServiceManager::PublishService("ProcessB", Echo::serviceName, factory);
+    ServiceManager::PublishService("ProcessB", Echo::serviceName, factory);
+    EXPECT_TRUE(MadeBy("ProcessB", factory));
+    EXPECT_TRUE(MadeBy("ProcessA", factory));
+    EXPECT_EQ(other.made, 1);
+
+    // The factory gets the provider's name and the installed policy.
+    TulDefaultAuthorizator policy(0);
+    EXPECT_EQ(ServiceManager::SetAuthorizator(&policy), nullptr);
+    EXPECT_TRUE(MadeBy("ProcessA", factory));
+    EXPECT_EQ(factory.lastProvider, "ProcessA");
+    EXPECT_EQ(factory.lastAuthorizator, &policy);
+
+    ServiceManager::Reset();  // withdraws publications and policy
+    EXPECT_EQ(Echo::GetEcho("ProcessA"), nullptr);
+    EXPECT_EQ(ServiceManager::SetAuthorizator(nullptr), nullptr);
+    EXPECT_THROW(ServiceManager::PublishService(nullptr, Echo::serviceName, factory), Kiv::ArgumentException);
+    EXPECT_THROW(ServiceManager::PublishService("Kiv", nullptr, factory), Kiv::ArgumentException);
+    EXPECT_THROW(ServiceManager::PublishService("Kiv", "", factory), Kiv::ArgumentException);
+    EXPECT_THROW(ServiceManager::GetService(nullptr, otherService), Kiv::ArgumentException);
+}
+
+TEST(TulCallerIdentityTest, InProcessCallerIsThisProcessAndScopesNestPerThread)
+{
+    const TulCallerIdentity self = TulCallerIdentity::GetProcessIdentity();
+    EXPECT_EQ(self, (TulCallerIdentity{geteuid(), getegid(), getpid()}));
+    EXPECT_EQ(TulCallerIdentity::GetCurrent(), self);
+    {
+        const TulCallerIdentity::Scope outer({1001, 1002, 1003});
+        {
+            const TulCallerIdentity::Scope inner({2001, 2002, 2003});
+            EXPECT_EQ(TulCallerIdentity::GetCurrent(), (TulCallerIdentity{2001, 2002, 2003}));
+        }
+        EXPECT_EQ(TulCallerIdentity::GetCurrent(), (TulCallerIdentity{1001, 1002, 1003}));
+        TulCallerIdentity seenByOtherThread;
+        std::thread([&seenByOtherThread] { seenByOtherThread = TulCallerIdentity::GetCurrent(); }).join();
+        EXPECT_EQ(seenByOtherThread, self);
+    }
+    EXPECT_EQ(TulCallerIdentity::GetCurrent(), self);
+}
+
+TEST_F(TulAuthorizatorTest, DefaultGrantsTheServingUserAndRootAndTheServiceAuthorizatorNamesTheRefusal)
+{
+    TulDefaultAuthorizator authorizator(1000);
+    EXPECT_TRUE(authorizator.IsAuthorized("Kiv", "S", "M", {1000, 5, 6}));
+    EXPECT_TRUE(authorizator.IsAuthorized("Kiv", "S", "M", {0, 5, 6}));
+    EXPECT_FALSE(authorizator.IsAuthorized("Kiv", "S", "M", {1001, 1000, 6}));
+
+    const TulServiceAuthorizator guard("Kiv", "X", nullptr);                // the default authorizator
+    EXPECT_NO_THROW(guard.AuthorizeServiceInvocation("SendNotification"));  // this process
+    const TulCallerIdentity::Scope stranger({geteuid() + 4242, 77, 1234});
+    EXPECT_THAT([&] { guard.AuthorizeServiceInvocation("SendNotification"); },
+                ThrowsMessage<Kiv::UnauthorizedAccessException>(Kiv::String::Format(
+                    "Access denied to 'SendNotification' of service 'X' of provider 'Kiv' "
+                    "for uid {0} gid 77 pid 1234",
+                    geteuid() + 4242)));
+}
+
+TEST_F(TulAuthorizatorTest, PolicyGrantsOperationsToUsersAndGroupsByIdOrName)
+{
+    auto policy = ReadPolicy(R"(<?xml version="1.0"?>
+<TulPolicy>
+  <!-- readers -->
+  <Grant provider="Kiv" service="Info" operations="Get List" users="root 4000" groups="5000"/>
+  <Grant operations="*" users="6000"/>
+  <Grant service="*" operations="Send" groups="root"/>
+</TulPolicy>)");
+    auto allowed =
+        [&](const char* provider, const char* service, const char* method, TulCallerIdentity caller)
+    { return policy.IsAuthorized(provider, service, method, caller); };
+    EXPECT_TRUE(allowed("Kiv", "Info", "Get", {0, 1, 1}));  // "root" by name
+    EXPECT_TRUE(allowed("Kiv", "Info", "List", {4000, 1, 1}));
+    EXPECT_TRUE(allowed("Kiv", "Info", "Get", {1, 5000, 1}));
+    EXPECT_FALSE(allowed("Kiv", "Info", "Put", {4000, 1, 1}));
+    EXPECT_FALSE(allowed("Other", "Info", "Get", {4000, 1, 1}));
+    EXPECT_FALSE(allowed("Kiv", "Other", "Get", {4000, 1, 1}));
+    EXPECT_TRUE(allowed("Any", "Thing", "Whatever", {6000, 1, 1}));
+    EXPECT_TRUE(allowed("Any", "Thing", "Send", {1, 0, 1}));  // group "root" by name
+    EXPECT_FALSE(allowed("Any", "Thing", "Send", {1, 1, 1}));
+}
+
+TEST_F(TulAuthorizatorTest, MalformedPolicyRaisesXmlExceptionWithFileAndLine)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        {"<TulPolicy>\n  <Grant operations='A' users='0'>\n</TulPolicy>",
+         "(3): Opening and ending tag mismatch: Grant line 2 and TulPolicy"},
+        {"<Policy/>", "(1): The document element must be 'TulPolicy'"},
+        {"<TulPolicy>\n\n  <Allow/>\n</TulPolicy>", "(3): Unknown element 'Allow'"},
+        {"<TulPolicy>\n<Grant operations='A' user='0'/></TulPolicy>",
+         "(2): Unknown attribute 'user' of 'Grant'"},
+        {"<TulPolicy><Grant users='0'/></TulPolicy>", "(1): A 'Grant' needs the attribute 'operations'"},
+        {"<TulPolicy><Grant operations='A'/></TulPolicy>",
+         "(1): A 'Grant' needs the attribute 'users' or 'groups'"},
+        {"<TulPolicy><Grant operations='A' users='no-such-user-kiv'/></TulPolicy>",
+         "(1): Unknown user 'no-such-user-kiv'"}};
+    for (const auto& [content, message] : cases)
+    {
+        EXPECT_THAT([&] { ReadPolicy(content); }, ThrowsMessage<Kiv::XmlException>(policyPath + message));
+    }
+    EXPECT_THROW(TulPolicyAuthorizator("/nonexistent/policy.xml"), Kiv::XmlException);
+}
+
+TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerChainAndRefusesAMalformedOne)
 {
     for (const char* typeName :
          {"Kiv::Exception", "Kiv::ArgumentException", "Kiv::ArgumentOutOfRangeException",
@@ -134,28 +273,28 @@ TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerChain)
         expected += " < " + own + std::to_string(level);
     }
     EXPECT_EQ(RoundTrip([&] { chain->Rethrow(); }), expected);
-}
 
-TEST(TulExceptionRegistryTest, MalformedReportIsACommunicationFailure)
-{
     for (const std::vector<std::uint8_t>& report :
-         {std::vector<std::uint8_t>{0, 0, 0, 0}, std::vector<std::uint8_t>{1, 0, 0, 0, 200, 0, 0, 0}})
+         {std::vector<std::uint8_t>{0, 0, 0, 0}, {1, 0, 0, 0, 200, 0, 0, 0}})
     {
         RemotingReader reader(report.data(), report.size());
         EXPECT_THROW(TulExceptionRegistry::Throw(reader), Kiv::CommunicationException);
     }
 }
 
-TEST_F(TulTransportTest, SettingsAreCheckedAndFixedWhileServing)
+TEST_F(TulTransportTest, SettingsAreCheckedAndFixedWhileServingAndAnUnreachableProviderIsWaitedFor)
 {
     EXPECT_THROW(Configure([](TulSettings& s) { s.systemName = ""; }), Kiv::ArgumentException);
     EXPECT_THROW(Configure([](TulSettings& s) { s.maxFrameSize = 63; }), Kiv::ArgumentException);
     EXPECT_THROW(Configure([](TulSettings& s) { s.callTimeLimit = -1ms; }), Kiv::ArgumentException);
     ServiceManager::PublishService("P", Echo::serviceName, factory);
-    EXPECT_THROW(Configure([](TulSettings& s) { s.callTimeLimit = 1s; }), Kiv::InvalidOperationException);
+    EXPECT_THROW(Configure([](TulSettings& s) { s.connectWait = 300ms; }), Kiv::InvalidOperationException);
     ServiceManager::Shutdown();
-    Configure([](TulSettings& s) { s.callTimeLimit = 1s; });
-    EXPECT_EQ(ServiceManager::GetSettings().callTimeLimit, 1s);
+    Configure([](TulSettings& s) { s.connectWait = 300ms; });
+
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(Echo::GetEcho("Nobody"), nullptr);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 300ms);
 }
 
 TEST_F(TulTransportTest, StaleEndpointIsReplacedAndALiveOneRefused)
@@ -173,29 +312,28 @@ TEST_F(TulTransportTest, StaleEndpointIsReplacedAndALiveOneRefused)
     ServiceManager::PublishService("Busy", Echo::serviceName, factory);  // the live one has gone
 }
 
-TEST_F(TulTransportTest, UnreachableProviderGivesNullAfterTheConnectWait)
-{
-    Configure([](TulSettings& s) { s.connectWait = 300ms; });
-    const auto start = std::chrono::steady_clock::now();
-    EXPECT_EQ(Echo::GetEcho("Nobody"), nullptr);
-    EXPECT_GE(std::chrono::steady_clock::now() - start, 300ms);
-}
-
-TEST_F(TulTransportTest, MarshalledCallChecksHowItsContextIsUsed)
+TEST_F(TulTransportTest, MarshalledCallsGoThroughAStubOfTheProviderAndCheckHowTheContextIsUsed)
 {
     Configure([](TulSettings& s) { s.marshalLocalCalls = true; });
+    TulDefaultAuthorizator policy(0);
+    ServiceManager::SetAuthorizator(&policy);
     ServiceManager::PublishService("P", Echo::serviceName, factory);
     ServiceManager::PublishService("P", "Test.ISecond", factory);
     const auto echo = Echo::GetEcho("P");
     auto& proxy = dynamic_cast<Echo::EchoServiceProxy&>(*echo);
     TulClient& client = proxy.GetClient();
-    EXPECT_EQ(echo->Identify().callerPid, static_cast<std::uint32_t>(getpid()));
+    EXPECT_THAT(echo->Identify(), testing::EndsWith(Kiv::String::Format(" {0}", getpid())));
+    // The server's stub is made for the provider with the installed policy.
+    EXPECT_EQ(factory.lastProvider, "P");
+    EXPECT_EQ(factory.lastAuthorizator, &policy);
+    EXPECT_THAT([&] { echo->Throw("Kiv::XmlException", "text"); }, ThrowsMessage<Kiv::XmlException>("text"));
 
     EXPECT_THROW(TulClientContext{client}, Kiv::InvalidOperationException);  // outside a transaction
-    EXPECT_THROW(proxy.Call(
-                     1, [&](TulWriter&) { client.BeginTransaction(proxy); }, [](TulReader&) {}),
-                 Kiv::InvalidOperationException);  // a transaction inside one
-    EXPECT_THAT([&] { proxy.Ask(6, 5U); },         // its result left unread
+    client.BeginTransaction(proxy);
+    EXPECT_THROW(client.BeginTransaction(proxy), Kiv::InvalidOperationException);  // inside one
+    client.EndTransaction(proxy);
+    EXPECT_THROW(client.EndTransaction(proxy), Kiv::InvalidOperationException);
+    EXPECT_THAT([&] { proxy.Ask(6, 5U); },  // its result left unread
                 ThrowsMessage<Kiv::CommunicationException>(
                     "The response of method 6 from provider 'P' has 9 bytes left unread"));
     EXPECT_EQ(echo->Fill(2), "xx");  // the whole response was read, so the connection is in step

@@ -81,28 +81,24 @@ public:
         EXPECT_EQ(write(input, text.data(), text.size()), static_cast<ssize_t>(text.size())) << line;
     }
 
-    /// The next line it prints, without its end; empty when none comes in time or the pipe closes.
+    /// The next line it prints, without its end; empty when none comes in time or the pipe closes. A line
+    /// begun when the time runs out is kept for the next call.
     std::string ReadLine(std::chrono::milliseconds timeout = std::chrono::seconds(30))
     {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
-        while (buffered.find('\n') == std::string::npos)
+        for (char c = 0; c != '\n'; partial += c)
         {
             const auto left =
                 std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd entry{output, POLLIN, 0};
-            char chunk[256];
-            const ssize_t got = left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0
-                                    ? read(output, chunk, sizeof chunk)
-                                    : 0;
-            if (got <= 0)
+            if (left.count() <= 0 || poll(&entry, 1, static_cast<int>(left.count())) <= 0 ||
+                read(output, &c, 1) != 1)
             {
                 return "";
             }
-            buffered.append(chunk, static_cast<std::size_t>(got));
         }
-        const std::size_t end = buffered.find('\n');
-        std::string line = buffered.substr(0, end);
-        buffered.erase(0, end + 1);
+        std::string line = partial.substr(0, partial.size() - 1);
+        partial.clear();
         return line;
     }
 
@@ -124,5 +120,5 @@ private:
     int input = -1;
     int output = -1;
     int status = -1;
-    std::string buffered;
+    std::string partial;
 };

@@ -48,20 +48,13 @@ protected:
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 
-    /// The arguments of the echo host in this test's system.
-    std::vector<std::string> Arguments(const char* mode, const std::string& provider,
-                                       const std::vector<std::string>& more = {}) const
-    {
-        std::vector<std::string> arguments{mode, directory, settings.systemName, provider};
-        arguments.insert(arguments.end(), more.begin(), more.end());
-        return arguments;
-    }
-
     /// The echo host serving `provider`, started; `ready` waits until it serves.
     ChildProcess& StartHost(const std::string& provider, const std::vector<std::string>& options = {},
                             bool ready = true)
     {
-        hosts.push_back(std::make_unique<ChildProcess>(TUL_ECHO_HOST, Arguments("serve", provider, options)));
+        std::vector<std::string> arguments{"serve", directory, settings.systemName, provider};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        hosts.push_back(std::make_unique<ChildProcess>(TUL_ECHO_HOST, arguments));
         if (ready)
         {
             EXPECT_EQ(hosts.back()->ReadLine(), "ready");

@@ -1,7 +1,7 @@
 #pragma once
 
-// A small service for the transport's tests, with every class a service brings along: interface,
-// implementation, security stub, stub, factory, proxy and proxy factory.
+// A small service for the transport's tests, with the classes a service brings along: interface,
+// implementation, stub, factory, proxy and proxy factory.
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ITulService.h>
@@ -17,12 +17,12 @@
 #include <Kiv/System/Tul/TulClientContext.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
 #include <Kiv/System/Tul/TulServerContext.h>
-#include <Kiv/System/Tul/TulServiceAuthorizator.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include <unistd.h>
@@ -33,11 +33,6 @@ using namespace Kiv::System::Tul;
 using Kiv::String;
 
 constexpr const char* serviceName = "Test.IEchoService";
-
-struct Identity
-{
-    std::uint32_t serverPid, callerUid, callerGid, callerPid;
-};
 
 /// The methods, by their ids 1 to 7.
 class IEchoService : public ITulService
@@ -52,7 +47,8 @@ public:
     virtual String CallBack(const String& providerName, const String& text) = 0;
     /// `length` times 'x'.
     virtual String Fill(std::uint32_t length) = 0;
-    virtual Identity Identify() = 0;
+    /// "server PID caller UID GID PID": the serving process and the caller of the current call.
+    virtual String Identify() = 0;
 };
 
 /// Where Sleep announces "sleeping" before it sleeps, when set, so that a test knows the call is there.
@@ -61,16 +57,14 @@ inline int sleepNoticeFd = -1;
 class EchoServiceImpl : public IEchoService
 {
 public:
-    String Echo(const String& text) override { return Check("Echo"), text; }
-    std::uint32_t Add(std::uint32_t a, std::uint32_t b) override { return Check("Add"), a + b; }
+    String Echo(const String& text) override { return text; }
+    std::uint32_t Add(std::uint32_t a, std::uint32_t b) override { return a + b; }
     void Throw(const String& typeName, const String& message) override
     {
-        Check("Throw");
         TulExceptionRegistry::Create(typeName, message)->Rethrow();
     }
     void Sleep(std::uint32_t milliseconds) override
     {
-        Check("Sleep");
         if (sleepNoticeFd >= 0)
         {
             [[maybe_unused]] auto written = write(sleepNoticeFd, "sleeping\n", 9);
@@ -78,31 +72,12 @@ public:
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
     String CallBack(const String& providerName, const String& text) override;
-    String Fill(std::uint32_t length) override { return Check("Fill"), String(length, 'x'); }
-    Identity Identify() override
+    String Fill(std::uint32_t length) override { return String(length, 'x'); }
+    String Identify() override
     {
-        Check("Identify");
         const TulCallerIdentity caller = TulCallerIdentity::GetCurrent();
-        return {static_cast<std::uint32_t>(getpid()), caller.uid, caller.gid,
-                static_cast<std::uint32_t>(caller.pid)};
+        return String::Format("server {0} caller {1} {2} {3}", getpid(), caller.uid, caller.gid, caller.pid);
     }
-
-protected:
-    /// The security stub's check of the caller before operation `method`; none here.
-    virtual void Check(const char* /*method*/) {}
-};
-
-class EchoServiceSecurityStub : public EchoServiceImpl
-{
-public:
-    EchoServiceSecurityStub(const char* provider, ITulAuthorizator* authorizator)
-        : authorizator(provider, serviceName, authorizator)
-    {
-    }
-
-private:
-    void Check(const char* method) override { authorizator.AuthorizeServiceInvocation(method); }
-    TulServiceAuthorizator authorizator;
 };
 
 // The wire: numbers with their tag, texts of any length as a length and their bytes.
@@ -119,13 +94,6 @@ inline void Put(TulWriter& w, const String& text)
     w.WriteArrayLength(static_cast<std::uint32_t>(text.size()));
     w.WriteDataInternal(text.data(), text.size());
 }
-inline void Put(TulWriter& w, const Identity& id)
-{
-    for (std::uint32_t value : {id.serverPid, id.callerUid, id.callerGid, id.callerPid})
-    {
-        Put(w, value);
-    }
-}
 inline void Put(TulWriter&, Nothing) {}
 inline void Get(TulReader& r, std::uint32_t& value)
 {
@@ -136,13 +104,6 @@ inline void Get(TulReader& r, String& text)
 {
     text.assign(r.ReadArrayLength(), '\0');
     r.ReadDataInternal(text.data(), text.size());
-}
-inline void Get(TulReader& r, Identity& id)
-{
-    for (std::uint32_t* value : {&id.serverPid, &id.callerUid, &id.callerGid, &id.callerPid})
-    {
-        Get(r, *value);
-    }
 }
 inline void Get(TulReader&, Nothing&) {}
 template <class T>
@@ -204,27 +165,29 @@ private:
 class EchoServiceFactory : public ITulServiceFactory
 {
 public:
-    explicit EchoServiceFactory(bool guarded = false) : guarded(guarded) {}
-    bool GetUsesSecurityStub() const override { return guarded; }
+    bool GetUsesSecurityStub() const override { return false; }
     const String& GetServiceProviderName() const override { return providerName; }
     ITulService* CreateServiceImpl(const char* provider, ITulAuthorizator* authorizator) override
     {
+        const std::lock_guard<std::mutex> lock(mutex);  // called on any thread
         ++made;
+        lastProvider = provider;
         lastAuthorizator = authorizator;
-        return guarded ? new EchoServiceSecurityStub(provider, authorizator) : new EchoServiceImpl;
+        return new EchoServiceImpl;
     }
     ITulServiceStub* CreateServiceStub(const char* provider, ITulAuthorizator* authorizator) override
     {
         return new EchoServiceStub(static_cast<IEchoService*>(CreateServiceImpl(provider, authorizator)));
     }
 
-    /// How many service objects it made, and with which authorizator the last one.
+    /// How many service objects it made, and for which provider and with which authorizator the last.
     std::atomic<int> made{0};
-    std::atomic<ITulAuthorizator*> lastAuthorizator{nullptr};
+    String lastProvider;
+    ITulAuthorizator* lastAuthorizator = nullptr;
 
 private:
-    bool guarded;
-    String providerName;
+    const String providerName;
+    std::mutex mutex;
 };
 
 class EchoServiceProxy : public ITulServiceProxy, public IEchoService
@@ -251,21 +214,12 @@ public:
         return Ask<String>(5, providerName, text);
     }
     String Fill(std::uint32_t length) override { return Ask<String>(6, length); }
-    Identity Identify() override { return Ask<Identity>(7); }
+    String Identify() override { return Ask<String>(7); }
 
-    /// Method `methodId` with `arguments`, and its result; any id, also one that the stub doesn't know.
+    /// Method `methodId` with `arguments`, and its result: the call shape of every proxy operation. Any
+    /// id, also one that the stub doesn't know.
     template <class Result = Nothing, class... Arguments>
     Result Ask(std::uint16_t methodId, const Arguments&... arguments)
-    {
-        Result result{};
-        Call(
-            methodId, [&](TulWriter& w) { (Put(w, arguments), ...); }, [&](TulReader& r) { Get(r, result); });
-        return result;
-    }
-
-    /// The call shape of every proxy operation.
-    template <class Write, class Read>
-    void Call(std::uint16_t methodId, Write write, Read read)
     {
         client.BeginTransaction(*this);
         struct End
@@ -275,11 +229,13 @@ public:
         } end{*this};
         TulClientContext context(client);
         context.BeginServiceInvocationRequest(providerHandle, serviceHandle, methodId);
-        write(context.GetWriter());
+        (Put(context.GetWriter(), arguments), ...);
         context.EndServiceInvocationRequest();
         context.BeginServiceInvocationResponse(providerHandle, serviceHandle, methodId);
-        read(context.GetReader());
+        Result result{};
+        Get(context.GetReader(), result);
         context.EndServiceInvocationResponse();
+        return result;
     }
 
 private:
@@ -315,7 +271,6 @@ inline std::unique_ptr<IEchoService> GetEcho(const String& providerName)
 
 inline String EchoServiceImpl::CallBack(const String& providerName, const String& text)
 {
-    Check("CallBack");
     const auto other = GetEcho(providerName);
     if (other == nullptr)
     {

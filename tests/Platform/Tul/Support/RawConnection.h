@@ -8,14 +8,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -48,7 +47,7 @@ Bytes Body(Write write)
     return writer.GetBuffer();
 }
 
-/// A client that speaks the frame protocol by hand, or not at all. Every wait ends after 30 s.
+/// A client that speaks the frame protocol by hand, or not at all. A wait for the server ends after 30 s.
 class RawConnection
 {
 public:
@@ -57,6 +56,8 @@ public:
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+        const timeval limit{30, 0};
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         EXPECT_EQ(connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0) << path;
     }
     RawConnection(const RawConnection&) = delete;
@@ -74,7 +75,7 @@ public:
     Bytes Call(const Bytes& request)
     {
         Send(request);
-        Bytes header = Receive(12);
+        const Bytes header = Receive(12);
         if (header.size() < 12)
         {
             ADD_FAILURE() << "no response";
@@ -89,53 +90,27 @@ public:
                       Bytes(request.begin() + 6, request.begin() + 12))
                 << "the response of another request";
         }
-        return size >= 12 ? Receive(size - 12) : Bytes();
+        return Receive(size >= 12 ? size - 12 : 0);
     }
 
-    /// True when the server closes the connection in time; what it sent before is dropped.
+    /// True when the server closes the connection; what it sent before is dropped.
     bool SeesEndOfStream()
     {
-        const auto deadline = Deadline();
         std::uint8_t sink[4096];
-        while (Readable(deadline))
+        ssize_t received = 0;
+        while ((received = recv(fd, sink, sizeof sink, 0)) > 0)
         {
-            const ssize_t n = recv(fd, sink, sizeof sink, 0);
-            if (n == 0 || (n < 0 && errno == ECONNRESET))
-            {
-                return true;
-            }
         }
-        return false;
+        return received == 0 || errno == ECONNRESET;
     }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
-    static Clock::time_point Deadline() { return Clock::now() + std::chrono::seconds(30); }
-
-    bool Readable(Clock::time_point deadline) const
-    {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd entry{fd, POLLIN, 0};
-        return left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0;
-    }
-
-    /// The next `count` bytes; fewer when the connection ends or the deadline passes.
+    /// The next `count` bytes; fewer when the connection ends or the server falls silent.
     Bytes Receive(std::size_t count)
     {
-        const auto deadline = Deadline();
         Bytes bytes(count);
-        std::size_t got = 0;
-        while (got < count && Readable(deadline))
-        {
-            const ssize_t n = recv(fd, bytes.data() + got, count - got, 0);
-            if (n <= 0)
-            {
-                break;
-            }
-            got += static_cast<std::size_t>(n);
-        }
-        bytes.resize(got);
+        const ssize_t received = count == 0 ? 0 : recv(fd, bytes.data(), count, MSG_WAITALL);
+        bytes.resize(received > 0 ? static_cast<std::size_t>(received) : 0);
         return bytes;
     }
 
