@@ -1,8 +1,6 @@
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/RemotingWriter.h>
-#include <Kiv/System/Tul/TulGuid.h>
-#include <Kiv/System/Tul/TulVersion.h>
 
 #include <gtest/gtest.h>
 
@@ -42,8 +40,6 @@ void WriteSample(TulWriter& w)
     w.WriteStringInternal("c", 2, utf8, false);  // fits with its NUL
     w.WriteBeginStruct(2);
     w.WriteArrayInformation({28, 1, 3, 0});
-    TulVersion{1, 2, 3, 0x0405}.Write(w);
-    TulGuid{{0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xFF}}.Write(w);
     w.WriteConfirmation(false);
     w.WriteConfirmation(true);
 }
@@ -92,8 +88,6 @@ void CopySample(TulReader& r, TulWriter& w)
     {
         w.WriteArrayInformation(r.ReadArrayInformation());
     }
-    copyData(8);   // the version's four parts
-    copyData(16);  // the guid
     w.WriteConfirmation(r.ReadConfirmation());
     w.WriteConfirmation(r.ReadConfirmation());
 }
@@ -146,8 +140,6 @@ TEST(RemotingTest, EveryWriteHasAFixedByteFormAndReadsBackWithItsValue)
         36, 1, 0, 0, 0, 'c',
         18, 2, 0, 0, 0,
         20, 28, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0,
-        1, 0, 2, 0, 3, 0, 5, 4,
-        0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xFF,
         0, 1};
     // clang-format on
     expected.insert(expected.end(), rest.begin(), rest.end());
@@ -207,9 +199,6 @@ TEST(RemotingReaderHostileInputTest, WrongCodesAndHeadersRaiseWithOffsetExpected
               "Malformed message at offset 0: expected a confirmation of 0 or 1, found 2");
     EXPECT_EQ(FailureOf({20, 6, 0, 0, 0}, [](TulReader& r) { r.ReadBeginStruct(6); }),
               "Malformed message at offset 0: expected object type Struct, found object type Array");
-    Bytes structHeader{18, 1, 0, 0, 0};
-    structHeader.resize(17);
-    EXPECT_NE(FailureOf(structHeader, [](TulReader& r) { r.ReadArrayInformation(); }), noException);
     // Only the object type read just before stands in for a header's code.
     EXPECT_NE(FailureOf({18, 6, 0, 0, 0}, [](TulReader& r) { r.ReadFieldCount(), r.ReadFieldCount(); }),
               noException);
@@ -228,10 +217,6 @@ TEST(RemotingReaderHostileInputTest, LengthsMustFitTheRestOfTheMessageAndStrings
     Bytes fitsMessageNotCapacity{19, 0x58, 0x02, 0, 0};  // 600 bytes
     fitsMessageNotCapacity.resize(5 + 600, 'a');
     const std::pair<Bytes, std::string> cases[] = {
-        {{19, 0xFF, 0xFF, 0xFF, 0xFF, 'a'},
-         "Malformed message at offset 1: expected a string of at most 511 bytes, found a string of "
-         "4294967295 "
-         "bytes"},
         {fitsMessageNotCapacity,
          "Malformed message at offset 1: expected a string of at most 511 bytes, found a string of 600 "
          "bytes"},
@@ -250,12 +235,9 @@ TEST(RemotingReaderHostileInputTest, LengthsMustFitTheRestOfTheMessageAndStrings
                   message);
         EXPECT_EQ(buffer[0], '\0') << message;
     }
-    // The capacity counts the NUL: 3 characters fit 4 bytes, not 3.
-    char small[4];
-    const Bytes abc{3, 0, 0, 0, 'a', 'b', 'c'};
-    EXPECT_NE(FailureOf(abc, [&small](TulReader& r) { r.ReadStringInternal(small, 3, utf8, false); }),
+    // The capacity counts the NUL: 3 characters don't fit 3 bytes.
+    char small[3];
+    EXPECT_NE(FailureOf({3, 0, 0, 0, 'a', 'b', 'c'},
+                        [&small](TulReader& r) { r.ReadStringInternal(small, 3, utf8, false); }),
               noException);
-    EXPECT_EQ(FailureOf(abc, [&small](TulReader& r) { r.ReadStringInternal(small, 4, utf8, false); }),
-              noException);
-    EXPECT_STREQ(small, "abc");
 }

@@ -22,7 +22,6 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include <unistd.h>
@@ -167,11 +166,9 @@ class EchoServiceFactory : public ITulServiceFactory
 public:
     bool GetUsesSecurityStub() const override { return false; }
     const String& GetServiceProviderName() const override { return providerName; }
-    ITulService* CreateServiceImpl(const char* provider, ITulAuthorizator* authorizator) override
+    ITulService* CreateServiceImpl(const char*, ITulAuthorizator* authorizator) override
     {
-        const std::lock_guard<std::mutex> lock(mutex);  // called on any thread
         ++made;
-        lastProvider = provider;
         lastAuthorizator = authorizator;
         return new EchoServiceImpl;
     }
@@ -180,14 +177,12 @@ public:
         return new EchoServiceStub(static_cast<IEchoService*>(CreateServiceImpl(provider, authorizator)));
     }
 
-    /// How many service objects it made, and for which provider and with which authorizator the last.
+    /// How many service objects it made, and with which authorizator the last one.
     std::atomic<int> made{0};
-    String lastProvider;
-    ITulAuthorizator* lastAuthorizator = nullptr;
+    std::atomic<ITulAuthorizator*> lastAuthorizator{nullptr};
 
 private:
     const String providerName;
-    std::mutex mutex;
 };
 
 class EchoServiceProxy : public ITulServiceProxy, public IEchoService

@@ -1,9 +1,9 @@
 // The other process of the multi-process tests.
 //
-//   TulEchoHost serve DIR SYSTEM PROVIDER [--max-frame BYTES] [--call-limit MILLISECONDS] [--log FILE]
+//   TulEchoHost serve DIR SYSTEM PROVIDER [--max-frame BYTES] [--call-limit MILLISECONDS]
 //
 // publishes the echo service in system SYSTEM with its endpoints in DIR, prints "ready", serves until
-// SIGTERM, then shuts down and exits 0; with --log, its log lines go to FILE. A failure to start prints
+// SIGTERM, then shuts down and exits 0. Its log lines go to DIR/PROVIDER.log. A failure to start prints
 // "error TYPE: MESSAGE" and exits 1.
 
 #include "Platform/Tul/Support/EchoService.h"
@@ -47,12 +47,10 @@ int main(int argc, char** argv)
             {
                 settings.callTimeLimit = std::chrono::milliseconds(std::stoul(argv[i + 1]));
             }
-            else if (option == "--log")
-            {
-                Kiv::System::Commons::Logging::LogManager::UseFileSink(argv[i + 1]);
-            }
         }
         ServiceManager::Configure(settings);
+        Kiv::System::Commons::Logging::LogManager::UseFileSink(settings.endpointDirectory + "/" + argv[4] +
+                                                               ".log");
         Echo::sleepNoticeFd = STDOUT_FILENO;
         Echo::EchoServiceFactory factory;
         ServiceManager::PublishService(argv[4], Echo::serviceName, factory);
