@@ -36,7 +36,7 @@ protected:
     void SetUp() override
     {
         EchoHostFixture::SetUp();
-        StartHost("B", {"--call-limit", "1000"});
+        StartHost("B", "16777216", "1000");
         echo = Echo::GetEcho("B");
         ASSERT_NE(echo, nullptr);
     }

@@ -30,7 +30,7 @@ TEST_F(TulTransportMultiProcessTest, CallsReachTheProviderOnOneConnectionUntilIt
     settings.callTimeLimit = 120s;
     Reconfigure();
     // Asked for right away: the connect wait covers the host's start.
-    ChildProcess& host = StartHost("B", {}, false);
+    ChildProcess& host = StartHost("B", "16777216", "10000", false);
     const auto echo = GetEcho("B");
     ASSERT_NE(echo, nullptr);
     EXPECT_EQ(host.ReadLine(), "ready");
@@ -74,7 +74,7 @@ TEST_F(TulTransportMultiProcessTest, FrameSizeAndCallTimeLimitsAreEnforcedOnBoth
     settings.maxFrameSize = 64 * 1024;
     settings.callTimeLimit = 2s;
     Reconfigure();
-    StartHost("Small", {"--max-frame", "32768"});
+    StartHost("Small", "32768");
     StartHost("Large");
     const auto small = GetEcho("Small");
     const auto large = GetEcho("Large");

@@ -10,18 +10,130 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
+#include <random>
 #include <stdexcept>
+#include <tuple>
 
 using namespace Kiv::System::Tul;
 using namespace std::chrono_literals;
 using testing::HasSubstr;
 using testing::ThrowsMessage;
+using Bytes = std::vector<std::uint8_t>;
 
 namespace
 {
+constexpr auto utf8 = TulStringEncoding::Utf8;
+const char* const noException = "no exception";
+
+// A message that uses every write call, and a copy that reads it call for call and writes what it read:
+// the copy's bytes equal the original's only if every read gave back its value.
+void WriteSample(TulWriter& w)
+{
+    const std::uint32_t number = 0x04030201;
+    const std::int32_t negative = -7;
+    w.WriteBeginStruct(6);
+    w.WriteTag(TulType::UInt32);
+    w.WriteDataInternal(&number, 4);
+    w.WriteTag(TulType::DateTime);
+    w.WriteDateTime(Kiv::DateTime::FromRawValue(0x4000000000000005));
+    w.WriteStringInternal(std::string(511, 'x').c_str(), 512, utf8, true);  // the longest that fits
+    w.WriteTag(TulType::Array);
+    w.WriteTag(TulType::Object);
+    w.WriteArrayLength(5);
+    w.WriteObjectType(TulType::Int32);
+    w.WriteDataInternal(&negative, 4);
+    w.WriteObjectString("hello", utf8);
+    w.WriteObjectType(TulType::String36);
+    w.WriteStringInternal("c", 2, utf8, false);  // fits with its NUL
+    w.WriteBeginStruct(2);
+    w.WriteArrayInformation({28, 1, 3, 0});
+    w.WriteConfirmation(false);
+    w.WriteConfirmation(true);
+}
+
+void CopySample(TulReader& r, TulWriter& w)
+{
+    std::uint8_t data[4];
+    char text[512];
+    auto copyTag = [&](TulType tag)
+    {
+        r.ReadTag(tag);
+        w.WriteTag(tag);
+    };
+    auto copyData = [&]
+    {
+        r.ReadDataInternal(data, 4);
+        w.WriteDataInternal(data, 4);
+    };
+    auto copyText = [&](bool withCode)
+    {
+        r.ReadStringInternal(text, sizeof text, utf8, withCode);
+        w.WriteStringInternal(text, sizeof text, utf8, withCode);
+    };
+    r.ReadBeginStruct(6);
+    w.WriteBeginStruct(6);
+    copyTag(TulType::UInt32);
+    copyData();
+    copyTag(TulType::DateTime);
+    w.WriteDateTime(r.ReadDateTime());
+    copyText(true);
+    copyTag(TulType::Array);
+    copyTag(TulType::Object);
+    w.WriteArrayLength(r.ReadArrayLength());
+    w.WriteObjectType(r.ReadObjectType());
+    copyData();
+    for (int i = 0; i < 2; ++i)
+    {
+        w.WriteObjectType(r.ReadObjectType());
+        copyText(false);
+    }
+    if (r.ReadObjectType() == TulType::Struct)
+    {
+        w.WriteBeginStruct(r.ReadFieldCount());
+    }
+    if (r.ReadObjectType() == TulType::Array)
+    {
+        w.WriteArrayInformation(r.ReadArrayInformation());
+    }
+    w.WriteConfirmation(r.ReadConfirmation());
+    w.WriteConfirmation(r.ReadConfirmation());
+}
+
+Bytes SampleMessage()
+{
+    RemotingWriter writer;
+    WriteSample(writer);
+    return writer.GetBuffer();
+}
+
+void ReadSample(TulReader& reader)
+{
+    RemotingWriter sink;
+    CopySample(reader, sink);
+}
+
+// The message of the CommunicationException that `read` raises on a reader over a heap copy of exactly
+// `bytes`, so that the address sanitizer sees a read past the end. Any other exception fails the test.
+std::string FailureOf(const Bytes& bytes, const std::function<void(TulReader&)>& read)
+{
+    auto copy = std::make_unique<std::uint8_t[]>(bytes.size());
+    std::copy(bytes.begin(), bytes.end(), copy.get());
+    RemotingReader reader(copy.get(), bytes.size());
+    try
+    {
+        read(reader);
+    }
+    catch (const Kiv::CommunicationException& e)
+    {
+        return e.what();
+    }
+    return noException;
+}
 using Kiv::Exception;  // the family's macro takes the base's plain name
 
 class OwnException : public Exception
@@ -87,6 +199,107 @@ protected:
 using ServiceManagerTest = TulTransportTest;
 using TulAuthorizatorTest = TulTransportTest;
 }  // namespace
+
+TEST(RemotingTest, EveryWriteHasAFixedByteFormAndReadsBackWithItsValue)
+{
+    // clang-format off
+    Bytes expected = {
+        18, 6, 0, 0, 0,
+        9, 1, 2, 3, 4,
+        23, 5, 0, 0, 0, 0, 0, 0, 0x40,
+        19, 0xFF, 1, 0, 0};
+    expected.insert(expected.end(), 511, 'x');
+    const Bytes rest = {
+        20, 28, 5, 0, 0, 0,
+        8, 0xF9, 0xFF, 0xFF, 0xFF,
+        19, 5, 0, 0, 0, 'h', 'e', 'l', 'l', 'o',
+        36, 1, 0, 0, 0, 'c',
+        18, 2, 0, 0, 0,
+        20, 28, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0,
+        0, 1};
+    // clang-format on
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    EXPECT_EQ(SampleMessage(), expected);
+
+    RemotingReader reader(expected.data(), expected.size());
+    RemotingWriter copy;
+    CopySample(reader, copy);
+    EXPECT_EQ(copy.GetBuffer(), expected);
+    EXPECT_TRUE(reader.IsAtEnd());
+
+    // A text that doesn't fit its capacity with its NUL is refused, without reading past the buffer.
+    const auto unterminated = std::make_unique<char[]>(8);
+    std::memset(unterminated.get(), 'z', 8);
+    EXPECT_THROW(copy.WriteStringInternal(unterminated.get(), 8, utf8, false), Kiv::ArgumentException);
+    EXPECT_EQ(copy.GetBuffer(), expected);
+}
+
+TEST(RemotingReaderHostileInputTest, EveryTruncationOfAValidMessageRaisesAndCorruptionsRaiseNothingElse)
+{
+    const Bytes message = SampleMessage();
+    for (std::size_t length = 0; length < message.size(); ++length)
+    {
+        EXPECT_NE(FailureOf(Bytes(message.begin(), message.begin() + length), ReadSample), noException)
+            << length;
+    }
+    EXPECT_EQ(FailureOf(message, ReadSample), noException);
+
+    std::mt19937 random(20240611);
+    for (int round = 0; round < 3000; ++round)
+    {
+        Bytes corrupted = message;
+        for (int flips = 1 + round % 3; flips > 0; --flips)
+        {
+            corrupted[random() % corrupted.size()] = static_cast<std::uint8_t>(random());
+        }
+        FailureOf(corrupted, ReadSample);  // some corruptions stay readable
+    }
+}
+
+TEST(RemotingReaderHostileInputTest, MalformedPartsRaiseWithOffsetExpectedAndFound)
+{
+    using Read = std::function<void(TulReader&)>;
+    char text[512];
+    const Read string = [&text](TulReader& r) { r.ReadStringInternal(text, sizeof text, utf8, true); };
+    const Read length = [](TulReader& r) { r.ReadArrayLength(); };
+    const Read structure = [](TulReader& r) { r.ReadBeginStruct(6); };
+    Bytes longString{19, 0x58, 0x02, 0, 0};  // 600 bytes
+    longString.resize(5 + 600, 'a');
+    const std::tuple<Bytes, Read, std::string> cases[] = {
+        {{9, 19},
+         [](TulReader& r) { r.ReadTag(TulType::UInt32), r.ReadTag(TulType::UInt32); },
+         "1: expected tag UInt32, found tag String"},
+        {{200}, [](TulReader& r) { r.ReadTag(TulType::Bool); }, "0: expected tag Bool, found tag 200"},
+        {{18, 5, 0, 0, 0}, structure, "1: expected a structure of 6 fields, found 5 fields"},
+        {{20, 6, 0, 0, 0}, structure, "0: expected object type Struct, found object type Array"},
+        // Only the object type read just before stands in for a header's code.
+        {{18, 6, 0, 0, 0, 6, 0, 0, 0},
+         [](TulReader& r) { r.ReadObjectType(), r.ReadFieldCount(), r.ReadFieldCount(); },
+         "5: expected object type Struct, found object type Int16"},
+        {{2}, [](TulReader& r) { r.ReadConfirmation(); }, "0: expected a confirmation of 0 or 1, found 2"},
+        {{0xFF, 0xFF, 0xFF, 0xFF, 1, 2},
+         length,
+         "0: expected an array length of at most 2, found 4294967295"},
+        {{4, 0, 0, 0, 1, 2, 3}, length, "0: expected an array length of at most 3, found 4"},
+        {longString, string, "1: expected a string of at most 511 bytes, found a string of 600 bytes"},
+        {{19, 8, 0, 0},
+         string,
+         "1: expected string length of 4 bytes, found the end of the message after 3 bytes"},
+        {{19, 10, 0, 0, 0, 'a', 'b', 'c'},
+         string,
+         "5: expected string of 10 bytes, found the end of the message after 3 bytes"},
+    };
+    for (const auto& [bytes, read, message] : cases)
+    {
+        std::memset(text, 'q', sizeof text);
+        EXPECT_EQ(FailureOf(bytes, read), "Malformed message at offset " + message);
+    }
+    EXPECT_EQ(text[0], '\0');  // a string read that fails leaves its buffer terminated
+    // The capacity counts the NUL: 3 characters don't fit 3 bytes.
+    EXPECT_NE(FailureOf({3, 0, 0, 0, 'a', 'b', 'c'},
+                        [&text](TulReader& r) { r.ReadStringInternal(text, 3, utf8, false); }),
+              noException);
+}
 
 TEST_F(ServiceManagerTest, EachCallerGetsAServiceMadeByTheFactoryPublishedUnderTheNames)
 {
@@ -221,7 +434,7 @@ TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerChainAnd
     }
     EXPECT_EQ(RoundTrip([&] { chain->Rethrow(); }), expected);
 
-    for (const RawWire::Bytes& report : {RawWire::Bytes{1, 0, 0, 0, 0}, RawWire::Bytes{1, 1, 0, 0, 0, 200}})
+    for (const Bytes& report : {Bytes{1, 0, 0, 0, 0}, Bytes{1, 1, 0, 0, 0, 200}})
     {
         EXPECT_THAT(RawWire::FailureIn(report), testing::StartsWith("Kiv::CommunicationException: "));
     }

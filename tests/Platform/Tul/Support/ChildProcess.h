@@ -33,8 +33,8 @@ public:
             argv.push_back(const_cast<char*>(argument.c_str()));
         }
         argv.push_back(nullptr);
-        int out[2], in[2] = {-1, -1};
-        if (pipe2(out, O_CLOEXEC) != 0 || (withInput && pipe2(in, O_CLOEXEC) != 0))
+        int out[2], in[2];
+        if (pipe2(out, O_CLOEXEC) != 0 || pipe2(in, O_CLOEXEC) != 0)
         {
             ADD_FAILURE() << "pipe2 failed";
             return;
@@ -56,12 +56,9 @@ public:
         }
         EXPECT_GT(pid, 0) << "fork failed";
         close(out[1]);
+        close(in[0]);
         output = out[0];
-        if (withInput)
-        {
-            close(in[0]);
-            input = in[1];
-        }
+        input = in[1];  // unused without `withInput`
     }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

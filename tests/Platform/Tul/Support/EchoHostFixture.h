@@ -48,13 +48,13 @@ protected:
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 
-    /// The echo host serving `provider`, started; `ready` waits until it serves.
-    ChildProcess& StartHost(const std::string& provider, const std::vector<std::string>& options = {},
-                            bool ready = true)
+    /// The echo host serving `provider` with these limits, started; `ready` waits until it serves.
+    ChildProcess& StartHost(const std::string& provider, const char* maxFrameSize = "16777216",
+                            const char* callTimeLimit = "10000", bool ready = true)
     {
-        std::vector<std::string> arguments{"serve", directory, settings.systemName, provider};
-        arguments.insert(arguments.end(), options.begin(), options.end());
-        hosts.push_back(std::make_unique<ChildProcess>(TUL_ECHO_HOST, arguments));
+        hosts.push_back(std::make_unique<ChildProcess>(
+            TUL_ECHO_HOST,
+            std::vector<std::string>{directory, settings.systemName, provider, maxFrameSize, callTimeLimit}));
         if (ready)
         {
             EXPECT_EQ(hosts.back()->ReadLine(), "ready");

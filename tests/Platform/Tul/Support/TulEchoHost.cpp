@@ -1,6 +1,6 @@
 // The other process of the multi-process tests.
 //
-//   TulEchoHost serve DIR SYSTEM PROVIDER [--max-frame BYTES] [--call-limit MILLISECONDS]
+//   TulEchoHost DIR SYSTEM PROVIDER MAX-FRAME-BYTES CALL-LIMIT-MILLISECONDS
 //
 // publishes the echo service in system SYSTEM with its endpoints in DIR, prints "ready", serves until
 // SIGTERM, then shuts down and exits 0. Its log lines go to DIR/PROVIDER.log. A failure to start prints
@@ -20,9 +20,10 @@ using namespace Kiv::System::Tul;
 
 int main(int argc, char** argv)
 {
-    if (argc < 5 || std::string(argv[1]) != "serve")
+    if (argc != 6)
     {
-        std::fprintf(stderr, "usage: %s serve DIR SYSTEM PROVIDER [OPTION VALUE]...\n", argv[0]);
+        std::fprintf(stderr, "usage: %s DIR SYSTEM PROVIDER MAX-FRAME-BYTES CALL-LIMIT-MILLISECONDS\n",
+                     argv[0]);
         return 2;
     }
     // Blocked before any thread starts, so that only sigwait below takes them.
@@ -34,26 +35,16 @@ int main(int argc, char** argv)
     try
     {
         TulSettings settings;
-        settings.endpointDirectory = argv[2];
-        settings.systemName = argv[3];
-        for (int i = 5; i + 1 < argc; i += 2)
-        {
-            const std::string option = argv[i];
-            if (option == "--max-frame")
-            {
-                settings.maxFrameSize = std::stoul(argv[i + 1]);
-            }
-            else if (option == "--call-limit")
-            {
-                settings.callTimeLimit = std::chrono::milliseconds(std::stoul(argv[i + 1]));
-            }
-        }
+        settings.endpointDirectory = argv[1];
+        settings.systemName = argv[2];
+        settings.maxFrameSize = std::stoul(argv[4]);
+        settings.callTimeLimit = std::chrono::milliseconds(std::stoul(argv[5]));
         ServiceManager::Configure(settings);
-        Kiv::System::Commons::Logging::LogManager::UseFileSink(settings.endpointDirectory + "/" + argv[4] +
+        Kiv::System::Commons::Logging::LogManager::UseFileSink(settings.endpointDirectory + "/" + argv[3] +
                                                                ".log");
         Echo::sleepNoticeFd = STDOUT_FILENO;
         Echo::EchoServiceFactory factory;
-        ServiceManager::PublishService(argv[4], Echo::serviceName, factory);
+        ServiceManager::PublishService(argv[3], Echo::serviceName, factory);
         std::printf("ready\n");
         std::fflush(stdout);
         int signal = 0;
