@@ -140,28 +140,14 @@ TEST_F(TulRogueClientMultiProcessTest,
 TEST_F(TulRogueClientMultiProcessTest, UnservableRequestsAreAnsweredWithAFailureAndTheConnectionStaysInStep)
 {
     RawConnection connection(GetEndpoint("B"));
-    auto text = [](const char* value) { return Body([&](RemotingWriter& w) { Echo::Put(w, value); }); };
-    auto lookup = [](const char* service)
-    {
-        return Frame(resolve, 0, 0, 0,
-                     Body([&](RemotingWriter& w) { Echo::Put(w, "B"), Echo::Put(w, service); }));
-    };
-    EXPECT_EQ(FailureIn(connection.Call(lookup(Echo::serviceName))), "result");
-    const Bytes request = Frame(invoke, 1, 1, 1, text("in step"));
-    const std::string refused = "Kiv::CommunicationException: Remote call refused with error 0x40000003";
-    const std::vector<std::pair<Bytes, std::string>> unservable = {
+    const Bytes request = Frame(invoke, 1, 1, 1, Body([](RemotingWriter& w) { Echo::Put(w, "in step"); }));
+    const std::pair<Bytes, std::string> unservable[] = {
         {With(request, 6, 99), "Kiv::InvalidOperationException: Provider 'B' has no service of handle 1"},
         {With(request, 8, 77), "Kiv::InvalidOperationException: Provider 'B' has no service of handle 77"},
-        {With(request, 10, 8), refused},
-        {With(request, 12, 200),
-         "Kiv::CommunicationException: Malformed message at offset 0: expected an array length of at most 7, "
-         "found 200"},
+        {With(request, 10, 8), "Kiv::CommunicationException: Remote call refused with error 0x40000003"},
         {With(request, 4, response), "Kiv::CommunicationException: A frame of kind 3 is no request"},
-        {lookup("Nothing"),
+        {Frame(resolve, 0, 0, 0, Body([](RemotingWriter& w) { Echo::Put(w, "B"), Echo::Put(w, "Nothing"); })),
          "Kiv::InvalidOperationException: Service 'Nothing' is not published by provider 'B'"},
-        {Frame(resolve, 0, 0, 0, Bytes{0xFF, 0xFF, 0xFF, 0x7F}),
-         "Kiv::CommunicationException: Malformed message at offset 0: expected an array length of at most 0, "
-         "found 2147483647"},
     };
     for (const auto& [frame, failure] : unservable)
     {

@@ -29,36 +29,6 @@ void RunThreads(int count, const std::function<void(int)>& work)
         thread.join();
     }
 }
-
-/// Two providers of this process, called through their endpoints and server threads.
-class TulTransportConcurrencyTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        ServiceManager::Reset();
-        TulSettings settings = original;
-        settings.marshalLocalCalls = true;
-        settings.connectWait = 10s;
-        settings.callTimeLimit = 60s;  // generous: tsan on a loaded machine is slow
-        ServiceManager::Configure(settings);
-        Publish();
-    }
-    void TearDown() override
-    {
-        ServiceManager::Reset();
-        ServiceManager::Configure(original);
-    }
-
-    void Publish()
-    {
-        ServiceManager::PublishService("P1", Echo::serviceName, factory);
-        ServiceManager::PublishService("P2", Echo::serviceName, factory);
-    }
-
-    const TulSettings original = ServiceManager::GetSettings();
-    Echo::EchoServiceFactory factory;
-};
 }  // namespace
 
 TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
@@ -87,9 +57,22 @@ TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
     EXPECT_GT(found.load(), 0);
 }
 
-TEST_F(TulTransportConcurrencyTest,
-       ThreadsShareAConnectionAndCallBackThroughAnotherUntilShutdownEndsTheirCalls)
+TEST(TulTransportConcurrencyTest, ThreadsShareAConnectionAndCallBackThroughAnotherUntilShutdownEndsTheirCalls)
 {
+    // Two providers of this process, called through their endpoints and server threads.
+    const TulSettings original = ServiceManager::GetSettings();
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    settings.connectWait = 10s;
+    settings.callTimeLimit = 60s;  // generous: tsan on a loaded machine is slow
+    ServiceManager::Configure(settings);
+    Echo::EchoServiceFactory factory;
+    auto publish = [&factory]
+    {
+        ServiceManager::PublishService("P1", Echo::serviceName, factory);
+        ServiceManager::PublishService("P2", Echo::serviceName, factory);
+    };
+    publish();
     std::atomic<int> wrong{0}, warmedUp{0}, ended{0};
     std::thread shutdown(
         [&]
@@ -125,6 +108,8 @@ TEST_F(TulTransportConcurrencyTest,
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_EQ(ended.load(), 4);
 
-    Publish();
+    publish();
     EXPECT_EQ(Echo::GetEcho("P2")->Echo("again"), "again");
+    ServiceManager::Reset();
+    ServiceManager::Configure(original);
 }

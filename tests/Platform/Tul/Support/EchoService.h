@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #include <unistd.h>
 
@@ -79,10 +80,9 @@ public:
     }
 };
 
-// The wire: numbers with their tag, texts of any length as a length and their bytes.
-struct Nothing
-{
-};
+// The wire: numbers with their tag, texts of any length as a length and their bytes; nothing for a void
+// result.
+using Nothing = std::tuple<>;
 inline void Put(TulWriter& w, std::uint32_t value)
 {
     w.WriteTag(TulType::UInt32);
@@ -217,11 +217,8 @@ public:
     Result Ask(std::uint16_t methodId, const Arguments&... arguments)
     {
         client.BeginTransaction(*this);
-        struct End
-        {
-            EchoServiceProxy& proxy;
-            ~End() { proxy.client.EndTransaction(proxy); }
-        } end{*this};
+        const std::unique_ptr<EchoServiceProxy, void (*)(EchoServiceProxy*)> end(
+            this, [](EchoServiceProxy* proxy) { proxy->client.EndTransaction(*proxy); });
         TulClientContext context(client);
         context.BeginServiceInvocationRequest(providerHandle, serviceHandle, methodId);
         (Put(context.GetWriter(), arguments), ...);
