@@ -67,12 +67,8 @@ TEST(TulTransportConcurrencyTest, ThreadsShareAConnectionAndCallBackThroughAnoth
     settings.callTimeLimit = 60s;  // generous: tsan on a loaded machine is slow
     ServiceManager::Configure(settings);
     Echo::EchoServiceFactory factory;
-    auto publish = [&factory]
-    {
-        ServiceManager::PublishService("P1", Echo::serviceName, factory);
-        ServiceManager::PublishService("P2", Echo::serviceName, factory);
-    };
-    publish();
+    ServiceManager::PublishService("P1", Echo::serviceName, factory);
+    ServiceManager::PublishService("P2", Echo::serviceName, factory);
     std::atomic<int> wrong{0}, warmedUp{0}, ended{0};
     std::thread shutdown(
         [&]
@@ -108,7 +104,7 @@ TEST(TulTransportConcurrencyTest, ThreadsShareAConnectionAndCallBackThroughAnoth
     EXPECT_EQ(wrong.load(), 0);
     EXPECT_EQ(ended.load(), 4);
 
-    publish();
+    ServiceManager::PublishService("P2", Echo::serviceName, factory);
     EXPECT_EQ(Echo::GetEcho("P2")->Echo("again"), "again");
     ServiceManager::Reset();
     ServiceManager::Configure(original);

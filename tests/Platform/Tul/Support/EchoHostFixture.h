@@ -16,8 +16,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/stat.h>
-
 class EchoHostFixture : public ::testing::Test
 {
 protected:
@@ -26,12 +24,12 @@ protected:
         char made[] = "/tmp/kiv-tul-test-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
-        chmod(made, 0755);  // a helper running as another user makes its way to the endpoints
         settings.endpointDirectory = directory;
         static int tests = 0;  // a socket path has little room for a test's name
         settings.systemName = "mp-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
         settings.connectWait = std::chrono::seconds(20);
-        Reconfigure();
+        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 
     void TearDown() override
@@ -41,24 +39,14 @@ protected:
         std::filesystem::remove_all(directory);
     }
 
-    /// Starts this process anew with `settings`.
-    void Reconfigure()
-    {
-        Kiv::System::Tul::ServiceManager::Reset();
-        Kiv::System::Tul::ServiceManager::Configure(settings);
-    }
-
-    /// The echo host serving `provider` with these limits, started; `ready` waits until it serves.
+    /// The echo host serving `provider` with these limits, started and serving.
     ChildProcess& StartHost(const std::string& provider, const char* maxFrameSize = "16777216",
-                            const char* callTimeLimit = "10000", bool ready = true)
+                            const char* callTimeLimit = "10000")
     {
         hosts.push_back(std::make_unique<ChildProcess>(
             TUL_ECHO_HOST,
             std::vector<std::string>{directory, settings.systemName, provider, maxFrameSize, callTimeLimit}));
-        if (ready)
-        {
-            EXPECT_EQ(hosts.back()->ReadLine(), "ready");
-        }
+        EXPECT_EQ(hosts.back()->ReadLine(), "ready");
         return *hosts.back();
     }
 

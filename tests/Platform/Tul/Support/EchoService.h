@@ -51,6 +51,9 @@ public:
     virtual String Identify() = 0;
 };
 
+/// The echo service of `providerName`, or null.
+inline std::unique_ptr<IEchoService> GetEcho(const String& providerName);
+
 /// Where Sleep announces "sleeping" before it sleeps, when set, so that a test knows the call is there.
 inline int sleepNoticeFd = -1;
 
@@ -71,7 +74,15 @@ public:
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
-    String CallBack(const String& providerName, const String& text) override;
+    String CallBack(const String& providerName, const String& text) override
+    {
+        const auto other = GetEcho(providerName);
+        if (other == nullptr)
+        {
+            throw Kiv::InvalidOperationException("Cannot reach provider '{0}'", providerName);
+        }
+        return other->Echo(text);
+    }
     String Fill(std::uint32_t length) override { return String(length, 'x'); }
     String Identify() override
     {
@@ -253,7 +264,6 @@ private:
     const char* name;
 };
 
-/// The echo service of `providerName`, or null.
 inline std::unique_ptr<IEchoService> GetEcho(const String& providerName)
 {
     static EchoProxyFactory proxyFactory;
@@ -261,13 +271,4 @@ inline std::unique_ptr<IEchoService> GetEcho(const String& providerName)
     return std::unique_ptr<IEchoService>(dynamic_cast<IEchoService*>(service));
 }
 
-inline String EchoServiceImpl::CallBack(const String& providerName, const String& text)
-{
-    const auto other = GetEcho(providerName);
-    if (other == nullptr)
-    {
-        throw Kiv::InvalidOperationException("Cannot reach provider '{0}'", providerName);
-    }
-    return other->Echo(text);
-}
 }  // namespace Echo

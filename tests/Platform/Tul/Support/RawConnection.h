@@ -3,10 +3,7 @@
 // The transport's frames written by hand, and a client that sends them, or anything else, on a raw
 // socket: for tests of what a server does with a client that doesn't follow the protocol.
 
-#include <Kiv/Exceptions.h>
-#include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/RemotingWriter.h>
-#include <Kiv/System/Tul/TulExceptionRegistry.h>
 
 #include <gtest/gtest.h>
 
@@ -48,31 +45,6 @@ Bytes Body(Write write)
     Kiv::System::Tul::RemotingWriter writer;
     write(writer);
     return writer.GetBuffer();
-}
-
-/// "result" for a response body that carries one; else "type: message" of the failure it reports and of
-/// each inner one, joined by " < ".
-inline std::string FailureIn(const Bytes& body)
-{
-    Kiv::System::Tul::RemotingReader reader(body.data(), body.size());
-    try
-    {
-        if (!reader.ReadConfirmation())
-        {
-            return "result";
-        }
-        Kiv::System::Tul::TulExceptionRegistry::Throw(reader);
-    }
-    catch (const Kiv::Exception& e)
-    {
-        std::string text;
-        for (const Kiv::Exception* level = &e; level != nullptr; level = level->GetInnerException())
-        {
-            text += (text.empty() ? "" : " < ") + level->GetTypeName() + ": " + level->GetMessage();
-        }
-        return text;
-    }
-    return "no report";
 }
 
 /// A client that speaks the frame protocol by hand, or not at all. A wait for the server ends after 30 s.
