@@ -2,13 +2,8 @@
 #include "Platform/Tul/Support/RawConnection.h"
 #include "Support/WaitFor.h"
 
-#include <Kiv/Exceptions.h>
-#include <Kiv/System/Tul/ServiceManager.h>
-
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <fstream>
 
 using namespace Kiv::System::Tul;
@@ -88,7 +83,7 @@ TEST_F(TulRogueClientMultiProcessTest, FrameViolationsAreClosedWithAWarningWhile
         bool endsSending = false;
     };
     const std::vector<Rogue> rogues = {
-        {"text", Bytes(20, 'x'), malformed},
+        {"no frame at all", Bytes(20, 'x'), malformed},
         {"unknown kind", With(echoFrame, 4, 9), malformed},
         {"reserved byte set", With(echoFrame, 5, 1), malformed},
         {"size below the header", With(echoFrame, 0, 11), malformed},

@@ -18,8 +18,6 @@
 #include <tuple>
 
 using namespace Kiv::System::Tul;
-using namespace std::chrono_literals;
-using testing::HasSubstr;
 using testing::ThrowsMessage;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -192,6 +190,13 @@ TEST(RemotingTest, EveryWriteHasAFixedByteFormAndReadsBackWithItsValue)
     RemotingReader reader(expected.data(), expected.size());
     ReadSample(reader);
     EXPECT_TRUE(reader.IsAtEnd());
+
+    // A text that doesn't fit its capacity with its NUL is refused, without reading past its buffer.
+    const auto unterminated = std::make_unique<char[]>(8);
+    std::memset(unterminated.get(), 'z', 8);
+    RemotingWriter writer;
+    EXPECT_THROW(writer.WriteStringInternal(unterminated.get(), 8, utf8, false), Kiv::ArgumentException);
+    EXPECT_EQ(writer.GetSize(), 0u);
 }
 
 TEST(RemotingReaderHostileInputTest, EveryTruncationOfAValidMessageRaises)
