@@ -1,4 +1,5 @@
 #include "Platform/Tul/Support/EchoService.h"
+#include "Support/WaitFor.h"
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
@@ -6,8 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <mutex>
+#include <functional>
 #include <thread>
 #include <vector>
 
@@ -16,132 +16,96 @@ using namespace std::chrono_literals;
 
 namespace
 {
-/// Two providers of this process, called through their endpoints and server threads.
-class TulTransportConcurrencyTest : public ::testing::Test
+/// Runs `work` on `count` threads, with the thread's number, and waits for them.
+void RunThreads(int count, const std::function<void(int)>& work)
 {
-protected:
-    void SetUp() override
+    std::vector<std::thread> threads;
+    for (int t = 0; t < count; ++t)
     {
-        ServiceManager::Reset();
-        TulSettings settings = original;
-        settings.marshalLocalCalls = true;
-        settings.connectWait = 10s;
-        settings.callTimeLimit = 60s;  // generous: tsan on a loaded machine is slow
-        ServiceManager::Configure(settings);
-        Publish();
+        threads.emplace_back(work, t);
     }
-    void TearDown() override
+    for (auto& thread : threads)
     {
-        ServiceManager::Reset();
-        ServiceManager::Configure(original);
+        thread.join();
     }
-
-    void Publish()
-    {
-        ServiceManager::PublishService("P1", Echo::serviceName, factory);
-        ServiceManager::PublishService("P2", Echo::serviceName, factory);
-    }
-
-    const TulSettings original = ServiceManager::GetSettings();
-    Echo::EchoServiceFactory factory;
-};
+}
 }  // namespace
 
-TEST_F(TulTransportConcurrencyTest, ThreadsShareOneConnectionAndCallBackThroughAnother)
+TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
 {
-    std::atomic<int> wrong{0};
-    std::vector<std::thread> threads;
-    for (std::uint32_t t = 0; t < 4; ++t)
-    {
-        threads.emplace_back(
-            [&wrong, t]
-            {
-                const auto echo = Echo::GetEcho("P1");
-                for (std::uint32_t i = 0; echo != nullptr && i < 100; ++i)
-                {
-                    wrong += echo->Add(i, t * 1000) != i + t * 1000 ? 1 : 0;
-                    if (i % 10 == 0)
-                    {
-                        const Kiv::String text = "thread " + std::to_string(t);
-                        wrong += echo->CallBack("P2", text) != text ? 1 : 0;
-                    }
-                }
-                wrong += echo == nullptr ? 1 : 0;
-            });
-    }
-    for (auto& thread : threads)
-    {
-        thread.join();
-    }
-    EXPECT_EQ(wrong.load(), 0);
+    ServiceManager::Reset();
+    Echo::EchoServiceFactory factories[2];
+    std::atomic<int> found{0};
+    RunThreads(4,
+               [&](int t)
+               {
+                   for (int i = 0; i < 2000; ++i)
+                   {
+                       if (t == 0 && i % 100 == 99)
+                       {
+                           ServiceManager::Reset();
+                       }
+                       else if (t < 2)
+                       {
+                           ServiceManager::PublishService("Kiv", Echo::serviceName, factories[i % 2]);
+                       }
+                       const auto echo = Echo::GetEcho("Kiv");
+                       found += echo != nullptr && echo->Echo("x") == "x" ? 1 : 0;
+                   }
+               });
+    ServiceManager::Reset();
+    EXPECT_GT(found.load(), 0);
 }
 
-TEST_F(TulTransportConcurrencyTest, ShutdownEndsRunningCallsAndANewSetupServes)
+TEST(TulTransportConcurrencyTest, ThreadsShareAConnectionAndCallBackThroughAnotherUntilShutdownEndsTheirCalls)
 {
-    std::mutex mutex;
-    std::condition_variable changed;
-    int calling = 0;
-    std::atomic<int> failed{0};
-    std::vector<std::thread> threads;
-    for (const char* provider : {"P1", "P1", "P2"})
-    {
-        threads.emplace_back(
-            [&, provider]
-            {
-                const auto echo = Echo::GetEcho(provider);
-                try
-                {
-                    for (bool first = true; echo != nullptr; first = false)
-                    {
-                        echo->Echo("busy");
-                        if (first)
-                        {
-                            std::lock_guard<std::mutex> lock(mutex);
-                            ++calling;
-                            changed.notify_all();
-                        }
-                    }
-                }
-                catch (const Kiv::CommunicationException&)
-                {
-                    ++failed;
-                }
-            });
-    }
-    {
-        std::unique_lock<std::mutex> lock(mutex);
-        ASSERT_TRUE(changed.wait_for(lock, 60s, [&] { return calling == 3; }));
-    }
-    ServiceManager::Shutdown();
-    for (auto& thread : threads)
-    {
-        thread.join();
-    }
-    EXPECT_EQ(failed.load(), 3);
-
-    Publish();
-    EXPECT_EQ(Echo::GetEcho("P2")->Echo("again"), "again");
-}
-
-TEST_F(TulTransportConcurrencyTest, AServiceThatItsProviderPublishesAMomentLaterIsFoundAndAMissingOneIsNot)
-{
-    struct Later : Echo::EchoProxyFactory
-    {
-        const char* GetServiceName() const override { return "Test.ILater"; }
-    } later;
-    struct Never : Echo::EchoProxyFactory
-    {
-        const char* GetServiceName() const override { return "Test.INever"; }
-    } never;
-    // The provider's endpoint is up, as in a process that publishes its services one after another.
-    std::thread publisher(
-        [this]
+    // Two providers of this process, called through their endpoints and server threads.
+    const TulSettings original = ServiceManager::GetSettings();
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    settings.connectWait = 10s;
+    settings.callTimeLimit = 60s;  // generous: tsan on a loaded machine is slow
+    ServiceManager::Configure(settings);
+    Echo::EchoServiceFactory factory;
+    ServiceManager::PublishService("P1", Echo::serviceName, factory);
+    ServiceManager::PublishService("P2", Echo::serviceName, factory);
+    std::atomic<int> wrong{0}, warmedUp{0}, ended{0};
+    std::thread shutdown(
+        [&]
         {
-            std::this_thread::sleep_for(100ms);
-            ServiceManager::PublishService("P1", "Test.ILater", factory);
+            EXPECT_TRUE(Kiv::Testing::WaitFor([&] { return warmedUp == 4; }, 60s));
+            ServiceManager::Shutdown();  // also when not all got there, so that the test ends
         });
-    std::unique_ptr<ITulService> found(ServiceManager::GetService("P1", later));
-    publisher.join();
-    EXPECT_NE(found, nullptr);
-    EXPECT_EQ(ServiceManager::GetService("P1", never), nullptr);
+    RunThreads(4,
+               [&](int t)
+               {
+                   const auto echo = Echo::GetEcho("P1");
+                   const auto base = static_cast<std::uint32_t>(t) * 1000;
+                   const Kiv::String text = "thread " + std::to_string(t);
+                   try
+                   {
+                       // Calls back through P2, whose connection they don't share, only before the shutdown
+                       // can come.
+                       for (std::uint32_t i = 0; echo != nullptr; ++i)
+                       {
+                           wrong += echo->Add(i, base) != i + base ? 1 : 0;
+                           wrong += i < 100 && i % 10 == 0 && echo->CallBack("P2", text) != text;
+                           warmedUp += i == 100 ? 1 : 0;
+                       }
+                   }
+                   catch (const Kiv::CommunicationException& e)
+                   {
+                       EXPECT_EQ(e.GetMessage(),
+                                 "Connection to provider 'P1' is lost: the service manager was shut down");
+                       ++ended;
+                   }
+               });
+    shutdown.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(ended.load(), 4);
+
+    ServiceManager::PublishService("P2", Echo::serviceName, factory);
+    EXPECT_EQ(Echo::GetEcho("P2")->Echo("again"), "again");
+    ServiceManager::Reset();
+    ServiceManager::Configure(original);
 }

@@ -33,9 +33,8 @@ public:
             argv.push_back(const_cast<char*>(argument.c_str()));
         }
         argv.push_back(nullptr);
-        int fds[2];
-        int in[2] = {-1, -1};
-        if (pipe2(fds, O_CLOEXEC) != 0 || (withInput && pipe2(in, O_CLOEXEC) != 0))
+        int out[2], in[2];
+        if (pipe2(out, O_CLOEXEC) != 0 || pipe2(in, O_CLOEXEC) != 0)
         {
             ADD_FAILURE() << "pipe2 failed";
             return;
@@ -43,7 +42,7 @@ public:
         pid = fork();
         if (pid == 0)
         {
-            dup2(fds[1], STDOUT_FILENO);
+            dup2(out[1], STDOUT_FILENO);
             if (withInput)
             {
                 dup2(in[0], STDIN_FILENO);
@@ -55,27 +54,18 @@ public:
             execv(argv[0], argv.data());
             _exit(127);
         }
-        close(fds[1]);
-        output = fds[0];
-        if (withInput)
-        {
-            close(in[0]);
-            input = in[1];
-        }
-        EXPECT_GT(pid, 0) << "fork failed";
+        close(out[1]);
+        close(in[0]);
+        output = out[0];
+        input = in[1];  // unused without `withInput`
     }
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
     ~ChildProcess()
     {
         Stop(SIGKILL);
-        for (const int fd : {input, output})
-        {
-            if (fd >= 0)
-            {
-                close(fd);
-            }
-        }
+        close(input);
+        close(output);
     }
 
     pid_t GetPid() const { return pid; }
@@ -87,31 +77,25 @@ public:
         EXPECT_EQ(write(input, text.data(), text.size()), static_cast<ssize_t>(text.size())) << line;
     }
 
-    /// The next line it prints, without its end; empty when none comes in time or the pipe closes.
+    /// The next line it prints, without its end; empty when none comes in time or the pipe closes. A line
+    /// begun when the time runs out is kept for the next call.
     std::string ReadLine(std::chrono::milliseconds timeout = std::chrono::seconds(30))
     {
         const auto deadline = std::chrono::steady_clock::now() + timeout;
-        for (;;)
+        for (char c = 0; c != '\n'; partial += c)
         {
-            if (const auto end = buffered.find('\n'); end != std::string::npos)
-            {
-                std::string line = buffered.substr(0, end);
-                buffered.erase(0, end + 1);
-                return line;
-            }
-            const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                deadline - std::chrono::steady_clock::now());
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
             pollfd entry{output, POLLIN, 0};
-            char chunk[256];
-            const ssize_t got = left.count() > 0 && poll(&entry, 1, static_cast<int>(left.count())) > 0
-                                    ? read(output, chunk, sizeof chunk)
-                                    : 0;
-            if (got <= 0)
+            if (left.count() <= 0 || poll(&entry, 1, static_cast<int>(left.count())) <= 0 ||
+                read(output, &c, 1) != 1)
             {
                 return "";
             }
-            buffered.append(chunk, static_cast<std::size_t>(got));
         }
+        std::string line = partial.substr(0, partial.size() - 1);
+        partial.clear();
+        return line;
     }
 
     /// Sends `signal` unless it ended, and waits for its end; returns the wait status.
@@ -132,5 +116,5 @@ private:
     int input = -1;
     int output = -1;
     int status = -1;
-    std::string buffered;
+    std::string partial;
 };

@@ -1,7 +1,7 @@
 #pragma once
 
-// A small service for the transport's tests, with every class a service brings along: interface,
-// implementation, security stub, stub, factory, proxy and proxy factory.
+// A small service for the transport's tests, with the classes a service brings along: interface,
+// implementation, stub, factory, proxy and proxy factory.
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ITulService.h>
@@ -17,13 +17,13 @@
 #include <Kiv/System/Tul/TulClientContext.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
 #include <Kiv/System/Tul/TulServerContext.h>
-#include <Kiv/System/Tul/TulServiceAuthorizator.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include <unistd.h>
 
@@ -34,27 +34,28 @@ using Kiv::String;
 
 constexpr const char* serviceName = "Test.IEchoService";
 
-struct Identity
-{
-    std::uint32_t serverPid, callerUid, callerGid, callerPid;
-};
-
+/// The methods, by their ids 1 to 7.
 class IEchoService : public ITulService
 {
 public:
-    virtual String Echo(const String& text) = 0;                                  // 1
-    virtual std::uint32_t Add(std::uint32_t a, std::uint32_t b) = 0;              // 2
-    virtual void Throw(const String& typeName, const String& message) = 0;        // 3
-    virtual void Sleep(std::uint32_t milliseconds) = 0;                           // 4
-    virtual String CallBack(const String& providerName, const String& text) = 0;  // 5
-    virtual String Fill(std::uint32_t length) = 0;                                // 6
-    virtual Identity Identify() = 0;                                              // 7
+    virtual String Echo(const String& text) = 0;
+    virtual std::uint32_t Add(std::uint32_t a, std::uint32_t b) = 0;
+    /// Raises the exception that the registry makes of `typeName` and `message`.
+    virtual void Throw(const String& typeName, const String& message) = 0;
+    virtual void Sleep(std::uint32_t milliseconds) = 0;
+    /// Echo(text) of the echo service of `providerName`, called from here.
+    virtual String CallBack(const String& providerName, const String& text) = 0;
+    /// `length` times 'x'.
+    virtual String Fill(std::uint32_t length) = 0;
+    /// "server PID caller UID GID PID": the serving process and the caller of the current call.
+    virtual String Identify() = 0;
 };
+
+/// The echo service of `providerName`, or null.
+inline std::unique_ptr<IEchoService> GetEcho(const String& providerName);
 
 /// Where Sleep announces "sleeping" before it sleeps, when set, so that a test knows the call is there.
 inline int sleepNoticeFd = -1;
-
-class EchoProxyFactory;
 
 class EchoServiceImpl : public IEchoService
 {
@@ -63,20 +64,6 @@ public:
     std::uint32_t Add(std::uint32_t a, std::uint32_t b) override { return a + b; }
     void Throw(const String& typeName, const String& message) override
     {
-        if (typeName == "std::runtime_error")
-        {
-            throw std::runtime_error(message);
-        }
-        if (typeName == "int")
-        {
-            throw 42;
-        }
-        if (typeName == "nested")
-        {
-            Kiv::InvalidOperationException outer("outer");
-            outer.SetInnerException(Kiv::ArgumentException(Kiv::Exception::Verbatim{}, message));
-            throw outer;
-        }
         TulExceptionRegistry::Create(typeName, message)->Rethrow();
     }
     void Sleep(std::uint32_t milliseconds) override
@@ -87,43 +74,26 @@ public:
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
     }
-    String CallBack(const String& providerName, const String& text) override;
+    String CallBack(const String& providerName, const String& text) override
+    {
+        const auto other = GetEcho(providerName);
+        if (other == nullptr)
+        {
+            throw Kiv::InvalidOperationException("Cannot reach provider '{0}'", providerName);
+        }
+        return other->Echo(text);
+    }
     String Fill(std::uint32_t length) override { return String(length, 'x'); }
-    Identity Identify() override
+    String Identify() override
     {
         const TulCallerIdentity caller = TulCallerIdentity::GetCurrent();
-        return {static_cast<std::uint32_t>(getpid()), caller.uid, caller.gid,
-                static_cast<std::uint32_t>(caller.pid)};
+        return String::Format("server {0} caller {1} {2} {3}", getpid(), caller.uid, caller.gid, caller.pid);
     }
 };
 
-class EchoServiceSecurityStub : public EchoServiceImpl
-{
-public:
-    EchoServiceSecurityStub(const char* provider, ITulAuthorizator* authorizator)
-        : authorizator(provider, serviceName, authorizator)
-    {
-    }
-    String Echo(const String& t) override { return Check("Echo"), EchoServiceImpl::Echo(t); }
-    std::uint32_t Add(std::uint32_t a, std::uint32_t b) override
-    {
-        return Check("Add"), EchoServiceImpl::Add(a, b);
-    }
-    void Throw(const String& t, const String& m) override { Check("Throw"), EchoServiceImpl::Throw(t, m); }
-    void Sleep(std::uint32_t ms) override { Check("Sleep"), EchoServiceImpl::Sleep(ms); }
-    String CallBack(const String& p, const String& t) override
-    {
-        return Check("CallBack"), EchoServiceImpl::CallBack(p, t);
-    }
-    String Fill(std::uint32_t n) override { return Check("Fill"), EchoServiceImpl::Fill(n); }
-    Identity Identify() override { return Check("Identify"), EchoServiceImpl::Identify(); }
-
-private:
-    int Check(const char* method) { return authorizator.AuthorizeServiceInvocation(method), 0; }
-    TulServiceAuthorizator authorizator;
-};
-
-// The wire: numbers with their tag, texts of any length as a length and their bytes.
+// The wire: numbers with their tag, texts of any length as a length and their bytes; nothing for a void
+// result.
+using Nothing = std::tuple<>;
 inline void Put(TulWriter& w, std::uint32_t value)
 {
     w.WriteTag(TulType::UInt32);
@@ -134,18 +104,24 @@ inline void Put(TulWriter& w, const String& text)
     w.WriteArrayLength(static_cast<std::uint32_t>(text.size()));
     w.WriteDataInternal(text.data(), text.size());
 }
-inline std::uint32_t GetNumber(TulReader& r)
+inline void Put(TulWriter&, Nothing) {}
+inline void Get(TulReader& r, std::uint32_t& value)
 {
-    std::uint32_t value = 0;
     r.ReadTag(TulType::UInt32);
     r.ReadDataInternal(&value, sizeof value);
-    return value;
 }
-inline String GetText(TulReader& r)
+inline void Get(TulReader& r, String& text)
 {
-    String text(r.ReadArrayLength(), '\0');
+    text.assign(r.ReadArrayLength(), '\0');
     r.ReadDataInternal(text.data(), text.size());
-    return text;
+}
+inline void Get(TulReader&, Nothing&) {}
+template <class T>
+T Take(TulReader& r)
+{
+    T value{};
+    Get(r, value);
+    return value;
 }
 
 class EchoServiceStub : public ITulServiceStub
@@ -156,49 +132,37 @@ public:
     void Invoke(int methodId, TulServerContext& context) override
     {
         RemotingReader& in = context.GetReader();
-        RemotingWriter& out = context.GetWriter();
-        auto confirm = [&out] { out.WriteConfirmation(false); };
+        auto answer = [&](const auto& result)
+        {
+            context.GetWriter().WriteConfirmation(false);
+            Put(context.GetWriter(), result);
+        };
+        // Arguments are taken one statement at a time: their order on the wire is fixed.
         switch (methodId)
         {
             case 1:
-            {
-                const String result = service->Echo(GetText(in));
-                return confirm(), Put(out, result);
-            }
+                return answer(service->Echo(Take<String>(in)));
             case 2:
             {
-                const std::uint32_t a = GetNumber(in);
-                const std::uint32_t result = service->Add(a, GetNumber(in));
-                return confirm(), Put(out, result);
+                const auto a = Take<std::uint32_t>(in);
+                return answer(service->Add(a, Take<std::uint32_t>(in)));
             }
             case 3:
             {
-                const String typeName = GetText(in);
-                return service->Throw(typeName, GetText(in)), confirm();
+                const auto typeName = Take<String>(in);
+                return service->Throw(typeName, Take<String>(in)), answer(Nothing{});
             }
             case 4:
-                return service->Sleep(GetNumber(in)), confirm();
+                return service->Sleep(Take<std::uint32_t>(in)), answer(Nothing{});
             case 5:
             {
-                const String provider = GetText(in);
-                const String result = service->CallBack(provider, GetText(in));
-                return confirm(), Put(out, result);
+                const auto provider = Take<String>(in);
+                return answer(service->CallBack(provider, Take<String>(in)));
             }
             case 6:
-            {
-                const String result = service->Fill(GetNumber(in));
-                return confirm(), Put(out, result);
-            }
+                return answer(service->Fill(Take<std::uint32_t>(in)));
             case 7:
-            {
-                const Identity id = service->Identify();
-                confirm();
-                for (std::uint32_t value : {id.serverPid, id.callerUid, id.callerGid, id.callerPid})
-                {
-                    Put(out, value);
-                }
-                return;
-            }
+                return answer(service->Identify());
             default:
                 context.AbortRequest(TulErrors::UnknownMethod, nullptr);
         }
@@ -211,26 +175,25 @@ private:
 class EchoServiceFactory : public ITulServiceFactory
 {
 public:
-    explicit EchoServiceFactory(bool guarded = false) : guarded(guarded) {}
-    bool GetUsesSecurityStub() const override { return guarded; }
+    bool GetUsesSecurityStub() const override { return false; }
     const String& GetServiceProviderName() const override { return providerName; }
-    ITulService* CreateServiceImpl(const char* provider, ITulAuthorizator* authorizator) override
+    ITulService* CreateServiceImpl(const char*, ITulAuthorizator* authorizator) override
     {
-        return Make(provider, authorizator);
+        ++made;
+        lastAuthorizator = authorizator;
+        return new EchoServiceImpl;
     }
     ITulServiceStub* CreateServiceStub(const char* provider, ITulAuthorizator* authorizator) override
     {
-        return new EchoServiceStub(Make(provider, authorizator));
+        return new EchoServiceStub(static_cast<IEchoService*>(CreateServiceImpl(provider, authorizator)));
     }
+
+    /// How many service objects it made, and with which authorizator the last one.
+    std::atomic<int> made{0};
+    std::atomic<ITulAuthorizator*> lastAuthorizator{nullptr};
 
 private:
-    IEchoService* Make(const char* provider, ITulAuthorizator* authorizator)
-    {
-        return guarded ? new EchoServiceSecurityStub(provider, authorizator) : new EchoServiceImpl;
-    }
-
-    bool guarded;
-    String providerName;
+    const String providerName;
 };
 
 class EchoServiceProxy : public ITulServiceProxy, public IEchoService
@@ -248,79 +211,34 @@ public:
     }
     TulClient& GetClient() { return client; }
 
-    String Echo(const String& text) override
-    {
-        String result;
-        Call(
-            1, [&](TulWriter& w) { Put(w, text); }, [&](TulReader& r) { result = GetText(r); });
-        return result;
-    }
-    std::uint32_t Add(std::uint32_t a, std::uint32_t b) override
-    {
-        std::uint32_t result = 0;
-        Call(
-            2, [&](TulWriter& w) { Put(w, a), Put(w, b); }, [&](TulReader& r) { result = GetNumber(r); });
-        return result;
-    }
-    void Throw(const String& typeName, const String& message) override
-    {
-        Call(
-            3, [&](TulWriter& w) { Put(w, typeName), Put(w, message); }, [](TulReader&) {});
-    }
-    void Sleep(std::uint32_t milliseconds) override
-    {
-        Call(
-            4, [&](TulWriter& w) { Put(w, milliseconds); }, [](TulReader&) {});
-    }
+    String Echo(const String& text) override { return Ask<String>(1, text); }
+    std::uint32_t Add(std::uint32_t a, std::uint32_t b) override { return Ask<std::uint32_t>(2, a, b); }
+    void Throw(const String& typeName, const String& message) override { Ask(3, typeName, message); }
+    void Sleep(std::uint32_t milliseconds) override { Ask(4, milliseconds); }
     String CallBack(const String& providerName, const String& text) override
     {
-        String result;
-        Call(
-            5, [&](TulWriter& w) { Put(w, providerName), Put(w, text); },
-            [&](TulReader& r) { result = GetText(r); });
-        return result;
+        return Ask<String>(5, providerName, text);
     }
-    String Fill(std::uint32_t length) override
-    {
-        String result;
-        Call(
-            6, [&](TulWriter& w) { Put(w, length); }, [&](TulReader& r) { result = GetText(r); });
-        return result;
-    }
-    Identity Identify() override
-    {
-        Identity id{};
-        Call(
-            7, [](TulWriter&) {},
-            [&](TulReader& r) {
-                id = {GetNumber(r), GetNumber(r), GetNumber(r), GetNumber(r)};
-            });
-        return id;
-    }
-    /// A method id that the stub doesn't know.
-    void CallUnknown(std::uint16_t methodId)
-    {
-        Call(
-            methodId, [](TulWriter&) {}, [](TulReader&) {});
-    }
+    String Fill(std::uint32_t length) override { return Ask<String>(6, length); }
+    String Identify() override { return Ask<String>(7); }
 
-    /// The call shape of every proxy operation.
-    template <class Write, class Read>
-    void Call(std::uint16_t methodId, Write write, Read read)
+    /// Method `methodId` with `arguments`, and its result: the call shape of every proxy operation. Any
+    /// id, also one that the stub doesn't know.
+    template <class Result = Nothing, class... Arguments>
+    Result Ask(std::uint16_t methodId, const Arguments&... arguments)
     {
         client.BeginTransaction(*this);
-        struct End
-        {
-            EchoServiceProxy& proxy;
-            ~End() { proxy.client.EndTransaction(proxy); }
-        } end{*this};
+        const std::unique_ptr<EchoServiceProxy, void (*)(EchoServiceProxy*)> end(
+            this, [](EchoServiceProxy* proxy) { proxy->client.EndTransaction(*proxy); });
         TulClientContext context(client);
         context.BeginServiceInvocationRequest(providerHandle, serviceHandle, methodId);
-        write(context.GetWriter());
+        (Put(context.GetWriter(), arguments), ...);
         context.EndServiceInvocationRequest();
         context.BeginServiceInvocationResponse(providerHandle, serviceHandle, methodId);
-        read(context.GetReader());
+        Result result{};
+        Get(context.GetReader(), result);
         context.EndServiceInvocationResponse();
+        return result;
     }
 
 private:
@@ -329,37 +247,28 @@ private:
     TulClient& client;
 };
 
+/// Makes proxies of the echo service, looked up under `name`.
 class EchoProxyFactory : public ITulServiceProxyFactory
 {
 public:
-    const char* GetServiceName() const override { return serviceName; }
+    explicit EchoProxyFactory(const char* name = serviceName) : name(name) {}
+    const char* GetServiceName() const override { return name; }
     const char* GetServiceProviderName() const override { return ""; }
     ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
                                          TulClient& client) override
     {
         return new EchoServiceProxy(providerHandle, serviceHandle, client);
     }
-    static EchoProxyFactory& GetInstance()
-    {
-        static EchoProxyFactory instance;
-        return instance;
-    }
+
+private:
+    const char* name;
 };
 
-/// The echo service of `providerName`, or null.
 inline std::unique_ptr<IEchoService> GetEcho(const String& providerName)
 {
-    ITulService* service = ServiceManager::GetService(providerName.c_str(), EchoProxyFactory::GetInstance());
+    static EchoProxyFactory proxyFactory;
+    ITulService* service = ServiceManager::GetService(providerName.c_str(), proxyFactory);
     return std::unique_ptr<IEchoService>(dynamic_cast<IEchoService*>(service));
 }
 
-inline String EchoServiceImpl::CallBack(const String& providerName, const String& text)
-{
-    const auto other = GetEcho(providerName);
-    if (other == nullptr)
-    {
-        throw Kiv::InvalidOperationException("Cannot reach provider '{0}'", providerName);
-    }
-    return other->Echo(text);
-}
 }  // namespace Echo
