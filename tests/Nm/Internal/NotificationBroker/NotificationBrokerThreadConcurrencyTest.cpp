@@ -1,12 +1,14 @@
 #include <Nm/Internal/NotificationBroker/NotificationBrokerThread.h>
-#include <Nm/Internal/NotificationBroker/NotificationDispatcherRepository.h>
-#include <Nm/Internal/NotificationBroker/NotificationDispatchingRepository.h>
+#include <Nm/Internal/NotificationBroker/NotificationDispatcherManager.h>
 #include <Nm/Internal/NotificationBroker/NotificationNameRepository.h>
 #include <Nm/Notification.h>
 #include <Nm/Services/Internal/INotificationDispatcherService.h>
+#include <Nm/Services/Internal/NotificationDispatcherServiceProxyFactory.h>
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/Logging/CapturingSink.h>
+#include <Kiv/System/Tul/ITulServiceFactory.h>
+#include <Kiv/System/Tul/ServiceManager.h>
 
 #include <Support/WaitFor.h>
 
@@ -17,86 +19,66 @@
 #include <mutex>
 #include <thread>
 
+// The broker thread delivering to dispatchers that the dispatcher manager found the way the broker finds
+// them: by their name through the service manager.
+
 using namespace Kiv::System::Nm;
 using namespace Kiv::System::Nm::Internal::NotificationBroker;
 using Kiv::System::Commons::Logging::CapturingSink;
-using Kiv::System::Nm::Internal::ThreadSafeQueue;
+using Kiv::System::Tul::ITulService;
+using Kiv::System::Tul::ServiceManager;
+using DispatcherServiceProxies = Services::Internal::NotificationDispatcherServiceProxyFactory;
 using Kiv::Testing::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::ThrowsMessage;
 
 namespace
 {
-struct DispatchCall
+struct Delivery
 {
     std::string dispatcher;
     std::uint64_t notificationId;
     std::vector<std::uint32_t> nameIds;
 };
 
-/// Everything the fake dispatchers were asked to deliver, in the order the broker thread asked.
-class Journal
+/// What the fake dispatchers share: the deliveries in the order the broker thread made them.
+struct Shared
 {
-public:
-    void Add(DispatchCall call)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        calls.push_back(std::move(call));
-    }
-
-    std::vector<DispatchCall> Get() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return calls;
-    }
-
-    std::size_t Count() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return calls.size();
-    }
-
-private:
-    mutable std::mutex mutex;
-    std::vector<DispatchCall> calls;
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Delivery> deliveries;
 };
 
-/// A dispatcher service that records its calls; it can be made to hold the broker thread in Dispatch
-/// until released, or to throw.
+/// A dispatcher service that records its calls; it can hold the broker thread in Dispatch until
+/// released, or throw.
 class FakeDispatcher : public Services::Internal::INotificationDispatcherService
 {
 public:
-    FakeDispatcher(std::string name, Journal& journal) : name(std::move(name)), journal(journal) {}
+    FakeDispatcher(std::string name, Shared& shared) : name(std::move(name)), shared(shared) {}
 
     void Dispatch(const Notification& notification, const std::vector<std::uint32_t>& nameIds) override
     {
-        std::unique_lock<std::mutex> lock(mutex);
+        std::unique_lock<std::mutex> lock(shared.mutex);
         ++entered;
-        released.wait(lock, [this] { return !holding; });
-        lock.unlock();
+        shared.changed.wait(lock, [this] { return !holding; });
         if (throwing)
         {
             throw Kiv::InvalidOperationException("dispatcher {0} failed", name);
         }
-        journal.Add({name, notification.GetId().GetValue(), nameIds});
+        shared.deliveries.push_back({name, notification.GetId().GetValue(), nameIds});
     }
 
-    void Hold()
+    void Hold(bool hold = true)
     {
-        std::lock_guard<std::mutex> lock(mutex);
-        holding = true;
-    }
-
-    void Release()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        holding = false;
-        released.notify_all();
+        std::lock_guard<std::mutex> lock(shared.mutex);
+        holding = hold;
+        shared.changed.notify_all();
     }
 
     int Entered()
     {
-        std::lock_guard<std::mutex> lock(mutex);
+        std::lock_guard<std::mutex> lock(shared.mutex);
         return entered;
     }
 
@@ -104,28 +86,69 @@ public:
 
 private:
     std::string name;
-    Journal& journal;
-    std::mutex mutex;
-    std::condition_variable released;
+    Shared& shared;
     bool holding = false;
     int entered = 0;
+};
+
+/// A service published under the dispatcher service's name that is something else.
+class NotADispatcher : public ITulService
+{
+};
+
+/// What a process publishes for its dispatcher; each fetch makes a new service.
+class DispatcherFactory : public Kiv::System::Tul::ITulServiceFactory
+{
+public:
+    DispatcherFactory(std::string name, Shared& shared, bool foreign)
+        : name(std::move(name)), shared(shared), foreign(foreign)
+    {
+    }
+    bool GetUsesSecurityStub() const override { return false; }
+    const Kiv::String& GetServiceProviderName() const override { return provider; }
+    ITulService* CreateServiceImpl(const char*, Kiv::System::Tul::ITulAuthorizator*) override
+    {
+        return foreign ? static_cast<ITulService*>(new NotADispatcher)
+                       : (last = new FakeDispatcher(name, shared));
+    }
+    Kiv::System::Tul::ITulServiceStub* CreateServiceStub(const char*,
+                                                         Kiv::System::Tul::ITulAuthorizator*) override
+    {
+        return nullptr;
+    }
+
+    FakeDispatcher* last = nullptr;
+
+private:
+    std::string name;
+    Shared& shared;
+    bool foreign;
+    Kiv::String provider;
 };
 
 class NotificationBrokerThreadTest : public ::testing::Test
 {
 protected:
     explicit NotificationBrokerThreadTest(std::uint32_t capacity = 16) : queue(capacity) {}
+    void TearDown() override { ServiceManager::Reset(); }
 
-    std::shared_ptr<FakeDispatcher> AddDispatcher(const std::string& name)
+    void Publish(const std::string& name, bool foreign = false)
     {
-        auto service = std::make_shared<FakeDispatcher>(name, journal);
-        ids[name] = dispatchers.Add(name.c_str(), service);
-        return service;
+        factories.push_back(std::make_unique<DispatcherFactory>(name, shared, foreign));
+        ServiceManager::PublishService(name.c_str(), DispatcherServiceProxies::GetInstance().GetServiceName(),
+                                       *factories.back());
+    }
+
+    FakeDispatcher& AddDispatcher(const std::string& name)
+    {
+        Publish(name);
+        ids[name] = manager.RegisterDispatcher(name.c_str());
+        return *factories.back()->last;
     }
 
     void Want(const std::string& dispatcher, const char* name)
     {
-        dispatchTable.Add(names.AddOrGetId(name), ids.at(dispatcher));
+        manager.RegisterNotificationDispatch(names.AddOrGetId(name), ids.at(dispatcher));
     }
 
     std::shared_ptr<Notification> MakeNotification(std::uint64_t id, const char* name)
@@ -137,15 +160,22 @@ protected:
 
     std::unique_ptr<NotificationBrokerThread> MakeThread()
     {
-        return std::make_unique<NotificationBrokerThread>(names, dispatchers, dispatchTable, queue);
+        return std::make_unique<NotificationBrokerThread>(names, manager.GetDispatcherRepository(),
+                                                          manager.GetDispatchTable(), queue);
     }
 
-    NotificationNameRepository names;
-    NotificationDispatcherRepository dispatchers;
-    NotificationDispatchingRepository dispatchTable;
-    ThreadSafeQueue<Notification> queue;
-    Journal journal;
+    std::vector<Delivery> Deliveries()
+    {
+        std::lock_guard<std::mutex> lock(shared.mutex);
+        return shared.deliveries;
+    }
+
+    Shared shared;
+    std::vector<std::unique_ptr<DispatcherFactory>> factories;
     std::map<std::string, NotificationDispatcherId> ids;
+    NotificationNameRepository names;
+    NotificationDispatcherManager manager;
+    Internal::ThreadSafeQueue<Notification> queue;
 };
 
 class NotificationBrokerThreadCapacityOneTest : public NotificationBrokerThreadTest
@@ -153,6 +183,8 @@ class NotificationBrokerThreadCapacityOneTest : public NotificationBrokerThreadT
 protected:
     NotificationBrokerThreadCapacityOneTest() : NotificationBrokerThreadTest(1) {}
 };
+
+using NotificationDispatcherManagerTest = NotificationBrokerThreadTest;
 }  // namespace
 
 TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTheWantedAncestors)
@@ -163,15 +195,16 @@ TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTh
     Want("second", "A.B.C");
     Want("first", "A.B");
     Want("first", "A");
+    Want("first", "A");  // a second request for the same row is harmless
     Want("uninterested", "X");
-    auto thread = MakeThread();
-    thread->Start();
     ASSERT_TRUE(queue.TryPush(MakeNotification(10, "A.B.C")));
     ASSERT_TRUE(queue.TryPush(MakeNotification(11, "A.B")));
     ASSERT_TRUE(queue.TryPush(MakeNotification(12, "Q")));
+    auto thread = MakeThread();
+    thread->Start();
     thread.reset();
 
-    const auto calls = journal.Get();
+    const auto calls = Deliveries();
     ASSERT_EQ(calls.size(), 3u);
     EXPECT_EQ(calls[0].dispatcher, "first");
     EXPECT_EQ(calls[0].notificationId, 10u);
@@ -183,32 +216,17 @@ TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTh
     EXPECT_THAT(calls[2].nameIds, ElementsAre(1u, 2u));
 }
 
-TEST_F(NotificationBrokerThreadCapacityOneTest, AnElementBeingDeliveredNoLongerCountsAgainstTheCapacity)
+TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlaceAndAStopDeliversAllQueued)
 {
-    auto dispatcher = AddDispatcher("slow");
+    auto& dispatcher = AddDispatcher("slow");
     Want("slow", "A");
-    dispatcher->Hold();
+    dispatcher.Hold();
     auto thread = MakeThread();
     thread->Start();
     ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    ASSERT_TRUE(WaitFor([&] { return dispatcher->Entered() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return dispatcher.Entered() == 1; }));
     EXPECT_TRUE(queue.TryPush(MakeNotification(2, "A")));
     EXPECT_FALSE(queue.TryPush(MakeNotification(3, "A")));
-    dispatcher->Release();
-    thread.reset();
-    EXPECT_EQ(journal.Count(), 2u);
-}
-
-TEST_F(NotificationBrokerThreadCapacityOneTest, StopBehindAFullQueueStillDeliversEverythingQueued)
-{
-    auto dispatcher = AddDispatcher("slow");
-    Want("slow", "A");
-    dispatcher->Hold();
-    auto thread = MakeThread();
-    thread->Start();
-    ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    ASSERT_TRUE(WaitFor([&] { return dispatcher->Entered() == 1; }));
-    ASSERT_TRUE(queue.TryPush(MakeNotification(2, "A")));
 
     std::atomic<bool> stopped{false};
     std::thread stopper(
@@ -219,55 +237,40 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, StopBehindAFullQueueStillDeliver
         });
     // The stop marker can't get into the full queue while delivery is held.
     EXPECT_FALSE(stopped.load());
-    dispatcher->Release();
+    dispatcher.Hold(false);
     stopper.join();
-    const auto calls = journal.Get();
+    const auto calls = Deliveries();
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[0].notificationId, 1u);
     EXPECT_EQ(calls[1].notificationId, 2u);
 }
 
-TEST_F(NotificationBrokerThreadTest, ANeverStartedThreadDeliversNothingAndStopsAtOnce)
-{
-    AddDispatcher("d");
-    Want("d", "A");
-    auto notification = MakeNotification(1, "A");
-    ASSERT_TRUE(queue.TryPush(notification));
-    MakeThread().reset();
-    EXPECT_EQ(journal.Count(), 0u);
-    EXPECT_EQ(queue.Pop(), notification);
-    EXPECT_EQ(queue.Pop(), nullptr) << "the stop marker stays behind the undelivered notification";
-}
-
 TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBehindAFullQueue)
 {
     // As a broker whose dispatching never started is disposed after its queue filled up.
-    ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    auto thread = MakeThread();
+    auto notification = MakeNotification(1, "A");
+    ASSERT_TRUE(queue.TryPush(notification));
     std::atomic<bool> stopped{false};
     std::thread stopper(
         [&]
         {
-            thread.reset();
+            MakeThread().reset();
             stopped = true;
         });
     EXPECT_TRUE(WaitFor([&] { return stopped.load(); }));
-    if (!stopped)
-    {
-        queue.Pop();  // makes room for a waiting stop marker, so that the test ends
-    }
+    EXPECT_EQ(queue.Pop(), notification) << "nothing was taken";  // also makes room for a waiting stop
     stopper.join();
 }
 
 TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotificationAndIsLogged)
 {
     CapturingSink log;
-    AddDispatcher("first")->throwing = true;
+    AddDispatcher("first").throwing = true;
     AddDispatcher("second");
     Want("first", "A");
     Want("second", "A");
     Want("second", "B");
-    dispatchTable.Add(names.AddOrGetId("C"), NotificationDispatcherId(99));
+    manager.RegisterNotificationDispatch(names.AddOrGetId("C"), NotificationDispatcherId(99));
     auto thread = MakeThread();
     thread->Start();
     ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
@@ -275,7 +278,7 @@ TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotification
     ASSERT_TRUE(queue.TryPush(MakeNotification(3, "B")));
     thread.reset();
 
-    const auto calls = journal.Get();
+    const auto calls = Deliveries();
     ASSERT_EQ(calls.size(), 1u) << "the dispatcher behind the failing one misses notification 1";
     EXPECT_EQ(calls[0].notificationId, 3u);
     const auto records = log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBrokerThread");
@@ -285,4 +288,49 @@ TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotification
                 HasSubstr("Caught exception during notification dispatch: dispatcher first failed "
                           "(Kiv::InvalidOperationException)"));
     EXPECT_THAT(records[1].text, HasSubstr("NotificationDispatcherRepository:: tried to query unknown: 99"));
+}
+
+TEST_F(NotificationDispatcherManagerTest, AnUnreachableOrForeignServiceIsRefusedWithoutUsingAnId)
+{
+    EXPECT_THAT([&] { manager.RegisterDispatcher("Nobody"); },
+                ThrowsMessage<Kiv::InvalidOperationException>(
+                    "Could not retrieve service "
+                    "'Kiv::System::Nm::Services::Internal::INotificationDispatcherService' from service "
+                    "provider 'Nobody'."));
+    Publish("Wrong", true);
+    EXPECT_THAT([&] { manager.RegisterDispatcher("Wrong"); },
+                ThrowsMessage<Kiv::InvalidCastException>(
+                    "The service does not implement service interface "
+                    "'Kiv.System.Nm.Services.Internal.INotificationDispatcherService'."));
+    AddDispatcher("A");
+    EXPECT_EQ(ids.at("A"), NotificationDispatcherId(1));
+}
+
+TEST_F(NotificationDispatcherManagerTest, EachRegistrationFetchesAFreshServiceAndIdsAreNeverReused)
+{
+    AddDispatcher("A");
+    const auto first = ids.at("A");
+    const auto second = manager.RegisterDispatcher("A");
+    EXPECT_NE(manager.GetDispatcherRepository().GetService(first),
+              manager.GetDispatcherRepository().GetService(second));
+    manager.UnregisterDispatcher(second);
+    EXPECT_EQ(manager.RegisterDispatcher("A"), NotificationDispatcherId(3));
+}
+
+TEST_F(NotificationDispatcherManagerTest, DispatchRowsOutliveTheirDispatcherUntilRemoved)
+{
+    AddDispatcher("A");
+    const auto a = ids.at("A");
+    const NotificationNameId name(7);
+    manager.RegisterNotificationDispatch(name, a);
+    manager.UnregisterDispatcher(a);
+    EXPECT_TRUE(manager.ContainsNotificationDispatch(name, a));
+    EXPECT_TRUE(manager.HasDispatcherFor(name));
+
+    manager.UnregisterNotificationDispatch(name, a);
+    EXPECT_FALSE(manager.HasDispatcherFor(name));
+    EXPECT_THAT([&] { manager.UnregisterNotificationDispatch(name, a); },
+                ThrowsMessage<Kiv::InvalidOperationException>(
+                    "NotificationDispatchingRepository: Tried to remove unknown: notificationNameId=7, "
+                    "dispatcherId=1"));
 }

@@ -1,0 +1,278 @@
+// The broker's tables: names, payload types, registration rows, dispatch rows, and the registration
+// manager that validates before it changes names and rows.
+
+#include <Nm/Internal/NotificationBroker/NotificationDispatchingRepository.h>
+#include <Nm/Internal/NotificationBroker/NotificationNameRepository.h>
+#include <Nm/Internal/NotificationBroker/NotificationRegistrationManager.h>
+#include <Nm/Internal/NotificationBroker/NotificationRepository.h>
+#include <Nm/Internal/NotificationBroker/PayloadTypeRepository.h>
+
+#include <Kiv/Exceptions.h>
+
+#include "Support/StringPrinter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+using namespace Kiv::System::Nm;
+using namespace Kiv::System::Nm::Internal::NotificationBroker;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::UnorderedElementsAre;
+using Status = NotificationRegistrationStatus;
+using Rows = std::vector<std::pair<std::function<void()>, std::string>>;
+
+namespace
+{
+const PayloadTypeId Payload(3);
+const std::string Argument = "Kiv::ArgumentException: ";
+const std::string Operation = "Kiv::InvalidOperationException: ";
+
+/// Runs each call and compares the type and message of what it raises with the row's text.
+void ExpectRefusals(const Rows& rows)
+{
+    for (const auto& [call, expected] : rows)
+    {
+        std::string raised = "nothing raised";
+        try
+        {
+            call();
+        }
+        catch (const Kiv::Exception& e)
+        {
+            raised = e.GetTypeName() + ": " + e.GetMessage();
+        }
+        EXPECT_EQ(raised, expected);
+    }
+}
+}  // namespace
+
+TEST(NotificationNameRepositoryTest, ADeepNameMakesItsAncestorsFirstAndMatchesThemTopDown)
+{
+    NotificationNameRepository names;
+    EXPECT_EQ(names.Add("A.B.C"), NotificationNameId(3));
+    EXPECT_EQ(names.GetId("A"), NotificationNameId(1));
+    EXPECT_EQ(names.GetFullName(NotificationNameId(2)), "A.B");
+    EXPECT_THAT(names.GetMatchingIds(NotificationNameId(3)),
+                ElementsAre(NotificationNameId(1), NotificationNameId(2), NotificationNameId(3)));
+    EXPECT_TRUE(names.HasChildren(NotificationNameId(1)));
+    EXPECT_FALSE(names.HasParent(NotificationNameId(1)));
+
+    // Doubled and leading dots make empty tokens; a leading one a top-level node of its own.
+    EXPECT_EQ(names.GetFullName(names.Add("A..B")), "A..B");
+    EXPECT_EQ(names.GetFullName(names.GetId("A.")), "A.");
+    const NotificationNameId leading = names.Add(".A");
+    EXPECT_EQ(names.GetFullName(leading), "A");
+    EXPECT_FALSE(names.HasParent(leading));
+    EXPECT_NE(leading, names.GetId("A"));
+
+    ExpectRefusals({
+        {[&] { names.Add("A"); },
+         Operation + "NotificationNameRepository: Tried to add duplicate notification name: A"},
+        {[&] { names.GetMatchingIds(NotificationNameId(99)); },
+         Operation + "NotificationNameRepository: Repository does not contain id=99"},
+        {[&] { names.GetId("Q"); },
+         Operation + "NotificationNameRepository: tried to query unknown notification name: Q"},
+        {[&] { names.Remove(NotificationNameId(1)); },
+         Operation + "NotificationNameRepository: Tried to remove id=1, but it has children!"},
+    });
+    EXPECT_EQ(names.AddOrGetId("A"), NotificationNameId(1));
+    EXPECT_EQ(names.Add("X"), NotificationNameId(7)) << "neither a refusal nor a look-up uses up an id";
+}
+
+TEST(PayloadTypeRepositoryTest, AskingIsRegisteringUntilTheIdsRunOut)
+{
+    PayloadTypeRepository types;
+    EXPECT_THAT([&] { types.GetPayloadTypeId(""); },
+                ::testing::ThrowsMessage<Kiv::ArgumentException>(
+                    "The supplied payload type name is invalid. (argument 'payloadTypeName', value '')"));
+    for (int i = 1; i <= 65535; ++i)
+    {
+        ASSERT_EQ(types.GetPayloadTypeId("T" + std::to_string(i)),
+                  PayloadTypeId(static_cast<std::uint16_t>(i)));
+    }
+    EXPECT_EQ(types.GetPayloadTypeId("T1"), PayloadTypeId(1));
+    EXPECT_EQ(types.GetPayloadTypeName(PayloadTypeId(2)), "T2");
+    // Once wrapped, the generator stays at the invalid id.
+    EXPECT_EQ(types.GetPayloadTypeId("OneTooMany"), PayloadTypeId(0));
+    EXPECT_EQ(types.GetPayloadTypeId("TwoTooMany"), PayloadTypeId(0));
+    EXPECT_THROW(types.GetPayloadTypeName(PayloadTypeId(0)), Kiv::ArgumentException);
+}
+
+TEST(NotificationDispatchingRepositoryTest, ADuplicateRowIsRefusedWithBothIds)
+{
+    NotificationDispatchingRepository table;
+    table.Add(NotificationNameId(1), NotificationDispatcherId(2));
+    ExpectRefusals({{[&] { table.Add(NotificationNameId(1), NotificationDispatcherId(2)); },
+                     Operation + "NotificationDispatchingRepository: Tried to add duplicate: "
+                                 "notificationNameId=1, dispatcherId=2"}});
+}
+
+TEST(NotificationRepositoryTest, RowsMoveBetweenTheStatesTheirHookTextsGuard)
+{
+    NotificationRepository table;
+    const NotificationNameId registered(1), withdrawn(2), subscribed(3), other(4), unknown(7);
+    const auto registerRow =
+        [&](NotificationNameId id, const char* name, const char* sender, Severity severity = Severity::Info)
+    { table.RegisterNotification(id, name, sender, severity, Payload); };
+    registerRow(registered, "R", "S");
+    registerRow(withdrawn, "U", "S");
+    table.UnregisterNotification(withdrawn);
+    table.SubscribeNotification(subscribed, "W");
+    table.SubscribeNotification(other, "O");
+    const std::string prefix = Operation + "NotificationRepository: Tried to ";
+    const std::string changed = "register a loaded or unregistered notification with changed parameters. ";
+    ExpectRefusals({
+        {[&] { registerRow(registered, "R", "S"); },
+         prefix + "register already registered NotificationNameId=1."},
+        {[&] { registerRow(withdrawn, "U", "S", Severity::Error); },
+         prefix + changed + "NotificationNameId=2"},
+        {[&] { registerRow(withdrawn, "U", "Other"); }, prefix + changed + "NotificationNameId=2"},
+        {[&] { registerRow(other, "Another", "S"); }, prefix + changed + "NotificationNameId=4"},
+        {[&] { table.UnregisterNotification(subscribed); },
+         prefix + "unregister NotificationNameId=3 that has not been registered."},
+        {[&] { table.SubscribeNotification(withdrawn, "U"); },
+         prefix + "load already known NotificationNameId=2."},
+        {[&] { table.RemoveNotification(unknown); }, prefix + "remove an unknown NotificationNameId=7."},
+        {[&] { table.RemoveNotification(registered); },
+         prefix + "remove an NotificationNameId=1 that had not been unregistered."},
+        {[&] { table.GetStatus(unknown); }, prefix + "query unknown NotificationNameId=7."},
+    });
+    EXPECT_EQ(table.GetSeverity(withdrawn), Severity::Info);
+
+    // The same sender comes back with the same parameters; a subscribed row takes any first sender.
+    registerRow(withdrawn, "U", "S");
+    registerRow(subscribed, "W", "Sender", Severity::Error);
+    EXPECT_EQ(table.GetStatus(withdrawn), Status::Registered);
+    EXPECT_EQ(table.GetSenderName(subscribed), "Sender");
+    EXPECT_EQ(table.GetSeverity(subscribed), Severity::Error);
+    table.RemoveNotification(other);
+    table.UnregisterNotification(withdrawn);
+    table.RemoveNotification(withdrawn);
+    EXPECT_THAT(table.GetAllKnownNotificationNameIds(), UnorderedElementsAre(registered, subscribed));
+}
+
+namespace
+{
+class NotificationRegistrationManagerTest : public ::testing::Test
+{
+protected:
+    NotificationNameId Register(const char* name, const char* sender = "S",
+                                Severity severity = Severity::Info)
+    {
+        return manager.RegisterNotification(name, sender, severity, Payload);
+    }
+
+    NotificationRegistrationManager manager;
+};
+}  // namespace
+
+TEST_F(NotificationRegistrationManagerTest, RegistrationMakesTheNameWithItsParentsAndARegisteredRow)
+{
+    const NotificationNameId id = Register("A.B", "Sender", Severity::Emerge);
+    EXPECT_EQ(id, NotificationNameId(2));
+    const NotificationRegistrationInfo row = manager.GetNotificationRegistration(id);
+    EXPECT_EQ(row.GetNotificationName(), "A.B");
+    EXPECT_EQ(row.GetSenderName(), "Sender");
+    EXPECT_EQ(row.GetSeverity(), Severity::Emerge);
+    EXPECT_EQ(row.GetPayloadTypeId(), Payload);
+    EXPECT_TRUE(row.IsRegistered());
+
+    // Only an empty name and a trailing dot are malformed.
+    EXPECT_EQ(manager.GetNotificationName(Register("A..B")), "A..B");
+    EXPECT_EQ(manager.GetNotificationName(Register(".C")), "C") << "a top-level node under an empty parent";
+}
+
+TEST_F(NotificationRegistrationManagerTest, MisuseIsRefusedWithItsMessageBeforeAnythingChanges)
+{
+    const NotificationNameId registered = Register("A.B", "First", Severity::Warning);
+    const NotificationNameId subscribed = manager.AddOrGetNotificationNameId("X");
+    manager.AddSubscribedRegistrationIfNotRegistered(subscribed, "X");
+    const auto severity = static_cast<Severity>(7);
+    ExpectRefusals({
+        {[&] { Register("N."); },
+         Argument + "The supplied notification name is invalid. (argument 'notificationName', value 'N.')"},
+        {[&] { manager.AddOrGetNotificationNameId(""); },
+         Argument + "The supplied notification name is invalid. (argument 'notificationName', value '')"},
+        {[&] { Register("N.B", ""); },
+         Argument + "The supplied sender name is invalid. (argument 'senderName', value '')"},
+        {[&] { Register("N.B", "S", severity); },
+         Argument + "The supplied severity is invalid. (argument 'severity', value '7')"},
+        {[&] { Register("A.B", "Second"); }, Argument +
+                                                 "This notification is already registered by \"First\". "
+                                                 "(argument 'notificationName', value 'A.B')"},
+        {[&] { Register("A.B", "First", Severity::Warning); },
+         Argument + "This notification is already registered by \"First\". (argument 'notificationName', "
+                    "value 'A.B')"},
+        {[&] { manager.UnregisterNotification(subscribed); },
+         Argument + "The referenced notification \"X\" is not registered. You cannot unregister it. "
+                    "(argument 'notificationNameId', value '3')"},
+        {[&] { manager.IsNotificationNameIdKnown(NotificationNameId(0)); },
+         Argument +
+             "The supplied notification name id is invalid. (argument 'notificationNameId', value '0')"},
+        {[&] { manager.GetNotificationRegistration(NotificationNameId(9)); },
+         Argument +
+             "The supplied notification name id is unknown. (argument 'notificationNameId', value '9')"},
+        {[&] { manager.GetNotificationNameIdsByStatus(static_cast<Status>(3)); },
+         Argument + "The supplied status is invalid. (argument 'status', value '3')"},
+        {[&] { manager.GetNotificationNameId("N.B"); },
+         Operation + "NotificationNameRepository: tried to query unknown notification name: N.B"},
+        // A name without a row is the table's concern.
+        {[&] { manager.UnregisterNotification(NotificationNameId(1)); },
+         Operation + "NotificationRepository: Tried to query unknown NotificationNameId=1."},
+    });
+    EXPECT_FALSE(manager.GetNotificationNames().Contains(Kiv::String("N")));
+    EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSenderName(), "First");
+    EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSeverity(), Severity::Warning);
+}
+
+TEST_F(NotificationRegistrationManagerTest, AWithdrawnNameKeepsItsIdAndComesBackWithTheSameParametersOnly)
+{
+    const NotificationNameId id = Register("A.B", "First", Severity::Warning);
+    manager.UnregisterNotification(id);
+    EXPECT_TRUE(manager.GetNotificationRegistration(id).IsUnRegistered());
+    EXPECT_EQ(manager.GetNotificationName(id), "A.B");
+    EXPECT_THROW(manager.UnregisterNotification(id), Kiv::ArgumentException);
+    EXPECT_THROW(Register("A.B", "First", Severity::Error), Kiv::InvalidOperationException);
+    EXPECT_EQ(Register("A.B", "First", Severity::Warning), id);
+    EXPECT_TRUE(manager.GetNotificationRegistration(id).IsRegistered());
+}
+
+TEST_F(NotificationRegistrationManagerTest, ANameWithoutARowReadsAsSubscribedButIsNotKnown)
+{
+    const NotificationNameId leaf = Register("A.B.C", "S", Severity::Fatal);
+    const NotificationNameId parent = manager.GetNotificationNameId("A.B");
+    const NotificationRegistrationInfo info = manager.GetNotificationRegistration(parent);
+    EXPECT_TRUE(info.IsSubscribed());
+    EXPECT_EQ(info.GetNotificationName(), "A.B");
+    EXPECT_EQ(info.GetNotificationNameId(), parent);
+    EXPECT_EQ(info.GetSenderName(), "");
+    EXPECT_EQ(info.GetSeverity(), Severity::Internal);
+    EXPECT_EQ(info.GetPayloadTypeId(), PayloadTypeId(0));
+    EXPECT_FALSE(manager.IsNotificationNameIdKnown(parent));
+    EXPECT_TRUE(manager.IsNotificationNameIdKnown(leaf));
+}
+
+TEST_F(NotificationRegistrationManagerTest, RowsAreListedByStatusAndASubscribedRowIsMadeOnlyOnce)
+{
+    const NotificationNameId registered = Register("R");
+    const NotificationNameId withdrawn = Register("U");
+    manager.UnregisterNotification(withdrawn);
+    const NotificationNameId wanted = manager.AddOrGetNotificationNameId("W");
+    EXPECT_EQ(manager.AddOrGetNotificationNameId("W"), wanted);
+    EXPECT_THAT(manager.GetAllKnownNotificationNameIds(), UnorderedElementsAre(registered, withdrawn))
+        << "a name alone has no row";
+    manager.AddSubscribedRegistrationIfNotRegistered(wanted, "W");
+    manager.AddSubscribedRegistrationIfNotRegistered(wanted, "W");
+    manager.AddSubscribedRegistrationIfNotRegistered(registered, "R");
+
+    EXPECT_THAT(manager.GetNotificationNameIdsByStatus(Status::Registered), ElementsAre(registered));
+    EXPECT_THAT(manager.GetNotificationNameIdsByStatus(Status::Unregistered), ElementsAre(withdrawn));
+    EXPECT_THAT(manager.GetNotificationNameIdsByStatus(Status::Subscribed), ElementsAre(wanted));
+
+    // The sender comes after the subscriber and finds the same id.
+    EXPECT_EQ(Register("W"), wanted);
+    EXPECT_TRUE(manager.GetNotificationRegistration(wanted).IsRegistered());
+}
