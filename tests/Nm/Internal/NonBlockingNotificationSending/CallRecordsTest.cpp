@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <stdexcept>
 
 using namespace Kiv::System::Nm;
@@ -20,6 +21,7 @@ using ::testing::ElementsAreArray;
 namespace
 {
 const Kiv::DateTime Stamp(637'000'000'000'000'000ULL, Kiv::DateTimeKind::Utc);
+using Payload = std::vector<TulVariant<512>>;
 
 std::vector<unsigned int> pauses;
 
@@ -34,114 +36,72 @@ protected:
     }
     void TearDown() override { SendNotificationCall::SetSleepFunction(previousSleep); }
 
-    /// The message of what GetValue() throws, if it is exactly of type E.
-    template <class E, class T>
-    static std::string ThrownAs(const Future<T>& future)
-    {
-        try
-        {
-            future.GetValue();
-        }
-        catch (const Kiv::Exception& e)
-        {
-            return typeid(e) == typeid(E) ? std::string(e.GetMessage())
-                                          : "thrown as " + std::string(typeid(e).name());
-        }
-        return "nothing thrown";
-    }
-
     RecordingSending sending;
     SendNotificationCall::SleepFunction previousSleep = nullptr;
 };
 
-TEST_F(CallRecordsTest, AGivenFutureLosesItsOldResultWhenTheRecordIsMade)
+TEST_F(CallRecordsTest, AFailureIsKeptAsTheMostSpecialOfTheThreeTypesAndNotRetried)
 {
-    RegisterNotificationCall first("A.B", "sender", Severity::Info, PayloadTypeId(4));
-    first.Execute(sending);
-    Future<NotificationNameId> reused = first.GetFuture();
-    ASSERT_EQ(reused.GetValue(), NotificationNameId(1));
-
-    RegisterNotificationCall second(reused, "A.C", "sender", Severity::Info, PayloadTypeId(4));
-    EXPECT_TRUE(reused.IsValid());
-    EXPECT_FALSE(reused.HasValue());
-    second.Execute(sending);
-    EXPECT_EQ(reused.GetValue(), NotificationNameId(2));
-}
-
-TEST_F(CallRecordsTest, FailuresAreKeptAsTheMostSpecialOfTheThreeTypesAndNotRetried)
-{
-    sending.FailNext([] { throw Kiv::ArgumentOutOfRangeException("out of range"); });
-    UnregisterNotificationCall argument(NotificationNameId(3));
-    argument.Execute(sending);
-    EXPECT_EQ(ThrownAs<Kiv::ArgumentException>(argument.GetFuture()), "out of range");
-
-    sending.FailNext([] { throw Kiv::InvalidOperationException("Cannot send Notification. {}", "gone"); });
-    SendNotificationCallRawPayload operation(NotificationNameId(3), Stamp, {});
-    operation.Execute(sending);
-    EXPECT_EQ(ThrownAs<Kiv::InvalidOperationException>(operation.GetFuture()),
-              "Cannot send Notification. gone");
-
-    sending.FailNext([] { throw Kiv::CommunicationException("broken pipe"); });
-    RegisterNotificationCall other("A", "s", Severity::Info, PayloadTypeId(1));
-    other.Execute(sending);
-    EXPECT_EQ(ThrownAs<Kiv::Exception>(other.GetFuture()), "broken pipe");
-    EXPECT_THAT(sending.GetJournal(), ElementsAre("unregister 3", "send 3", "register A"));
+    // What each failure is raised as when the Future is read.
+    const std::vector<std::pair<std::function<void()>, std::string>> rows = {
+        {[] { throw Kiv::ArgumentOutOfRangeException("out of range"); },
+         "Kiv::ArgumentException: out of range"},
+        {[] { throw Kiv::InvalidOperationException("gone"); }, "Kiv::InvalidOperationException: gone"},
+        {[] { throw Kiv::CommunicationException("broken pipe"); }, "Kiv::Exception: broken pipe"},
+    };
+    for (const auto& [fail, expected] : rows)
+    {
+        sending.FailNext(fail);
+        SendNotificationCallRawPayload call(NotificationNameId(3), Stamp, {});
+        call.Execute(sending);
+        std::string raised = "nothing raised";
+        try
+        {
+            call.GetFuture().GetValue();
+        }
+        catch (const Kiv::Exception& e)
+        {
+            raised = e.GetTypeName() + ": " + e.GetMessage();
+        }
+        EXPECT_EQ(raised, expected);
+    }
+    SendNotificationCallCreatePayloadStdFunction failing(
+        NotificationNameId(2), Stamp, []() -> Payload { throw Kiv::ArgumentException("bad"); });
+    failing.Execute(sending);
+    EXPECT_THROW(failing.GetFuture().GetValue(), Kiv::ArgumentException);
+    EXPECT_EQ(sending.GetJournal().size(), 3u) << "a retry, or a send without a payload";
 
     // Foreign exceptions pass through and leave the Future pending.
     sending.FailNext([] { throw std::runtime_error("not ours"); });
-    EXPECT_THROW(argument.Execute(sending), std::runtime_error);
+    UnregisterNotificationCall unregister(NotificationNameId(3));
+    EXPECT_THROW(unregister.Execute(sending), std::runtime_error);
     SendNotificationCallCreatePayloadStdFunction empty(NotificationNameId(3), Stamp, nullptr);
     EXPECT_THROW(empty.Execute(sending), std::bad_function_call);
-    EXPECT_TRUE(empty.GetFuture().IsValid());
-    EXPECT_FALSE(empty.GetFuture().HasValue());
+    EXPECT_TRUE(empty.GetFuture().IsValid() && !empty.GetFuture().HasValue());
+    EXPECT_TRUE(unregister.GetFuture().IsValid() && !unregister.GetFuture().HasValue());
 }
 
-TEST_F(CallRecordsTest, RefusedSendIsRetriedWithTheSameArgumentsAndDoublingPausesUpTo256)
+TEST_F(CallRecordsTest, ARefusedSendIsRetriedWithTheSamePayloadBuiltOnceAndDoublingPausesUpTo256)
 {
-    sending.RefuseSends(3);
-    SendNotificationCallRawPayload call(NotificationNameId(7), Stamp,
-                                        {TulVariant<512>("x {0}"), TulVariant<512>(5)});
+    int built = 0;
+    sending.RefuseSends(12);
+    SendNotificationCallCreatePayloadStdFunction call(NotificationNameId(7), Stamp,
+                                                      [&built]
+                                                      {
+                                                          ++built;
+                                                          return Payload{"x {0}", std::int32_t{5}};
+                                                      });
     call.Execute(sending);
-    EXPECT_EQ(call.GetFuture().GetValue(), NotificationId(100)) << "the id of the fourth try";
-    EXPECT_THAT(pauses, ElementsAre(1u, 2u, 4u));
+    EXPECT_EQ(call.GetFuture().GetValue(), NotificationId(100)) << "the id of the last try";
+    EXPECT_EQ(built, 1);
+    EXPECT_THAT(pauses, ElementsAreArray({1u, 2u, 4u, 8u, 16u, 32u, 64u, 128u, 256u, 256u, 256u, 256u}));
     const auto sent = sending.GetSent();
-    ASSERT_EQ(sent.size(), 4u);
+    ASSERT_EQ(sent.size(), 13u);
     for (const auto& one : sent)
     {
         EXPECT_EQ(one.timestamp, Stamp.GetRawValue()) << "the time stamp is not renewed";
         EXPECT_THAT(one.payload, ElementsAre("x {0}", "5"));
     }
-
-    pauses.clear();
-    sending.RefuseSends(12);
-    SendNotificationCallRawPayload longer(NotificationNameId(7), Stamp, {});
-    longer.Execute(sending);
-    EXPECT_THAT(pauses, ElementsAreArray({1u, 2u, 4u, 8u, 16u, 32u, 64u, 128u, 256u, 256u, 256u, 256u}));
-    EXPECT_EQ(longer.IncreaseSleepDuration(128), 256);
-    EXPECT_EQ(longer.IncreaseSleepDuration(129), 256);
-    EXPECT_EQ(longer.IncreaseSleepDuration(256), 256);
-}
-
-TEST_F(CallRecordsTest, PayloadIsBuiltOnceAndAFailureThereSendsNothing)
-{
-    int built = 0;
-    sending.RefuseSends(2);
-    SendNotificationCallCreatePayloadStdFunction function(NotificationNameId(2), Stamp,
-                                                          [&built]
-                                                          {
-                                                              ++built;
-                                                              return std::vector<TulVariant<512>>();
-                                                          });
-    function.Execute(sending);
-    EXPECT_EQ(built, 1);
-    EXPECT_EQ(sending.GetSent().size(), 3u);
-
-    SendNotificationCallCreatePayloadStdFunction failing(NotificationNameId(2), Stamp,
-                                                         []() -> std::vector<TulVariant<512>>
-                                                         { throw Kiv::ArgumentException("bad"); });
-    failing.Execute(sending);
-    EXPECT_EQ(ThrownAs<Kiv::ArgumentException>(failing.GetFuture()), "bad");
-    EXPECT_EQ(sending.GetSent().size(), 3u);
 }
 
 struct Buffer : NonBlockingNotificationRegistration3ArgumentsBufferBase
@@ -149,12 +109,12 @@ struct Buffer : NonBlockingNotificationRegistration3ArgumentsBufferBase
     std::vector<std::int32_t> values{10, 20, 30};
 };
 
-std::vector<TulVariant<512>> ReadAt(NonBlockingNotificationSendingAdapter::CreatePayloadFunctorArg arg)
+Payload ReadAt(NonBlockingNotificationSendingAdapter::CreatePayloadFunctorArg arg)
 {
     return {TulVariant<512>(static_cast<Buffer&>(*arg.argumentsBuffer).values.at(arg.position))};
 }
 
-TEST_F(CallRecordsTest, RawPointerRecordHoldsTheArgumentsBufferAsLongAsItExists)
+TEST_F(CallRecordsTest, ARawPointerRecordHoldsTheArgumentsBufferAsLongAsItExists)
 {
     auto buffer = std::make_shared<Buffer>();
     std::weak_ptr<Buffer> watch = buffer;

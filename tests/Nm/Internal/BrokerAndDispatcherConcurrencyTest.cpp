@@ -1,0 +1,321 @@
+// The broker and this process's dispatcher in one process: the set-up phase, the start, delivery to
+// subscribers, and the refusals that a component meets.
+
+#include <Nm/NotificationRegistration.h>
+#include <Nm/StringPayload.h>
+
+#include <Kiv/Exceptions.h>
+#include <Kiv/Logging/CapturingSink.h>
+
+#include <Support/InProcessSystem.h>
+#include <Support/WaitFor.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <stdexcept>
+
+using namespace Kiv::System::Nm;
+using Kiv::DateTime;
+using Kiv::System::Commons::Logging::CapturingSink;
+using Kiv::System::Commons::Logging::LogLevel;
+using Kiv::Testing::InProcessSystem;
+using Kiv::Testing::RecordingSubscriber;
+using Kiv::Testing::WaitFor;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+namespace
+{
+NotificationNameId Register(const char* name)
+{
+    return InProcessSystem::Broker().RegisterNotification(name, "Test", Severity::Info,
+                                                          StringPayload::GetPayloadTypeId());
+}
+
+NotificationId Send(NotificationNameId id, const char* text)
+{
+    return InProcessSystem::Broker().SendNotification(id, DateTime::GetUtcNow(), StringPayload(text));
+}
+
+std::vector<std::string> Texts(const RecordingSubscriber& subscriber)
+{
+    std::vector<std::string> texts;
+    for (const auto& received : subscriber.Get())
+    {
+        texts.push_back(received.text);
+    }
+    return texts;
+}
+
+/// The message of what the call raised as an ArgumentException.
+std::string Refusal(const std::function<void()>& call)
+{
+    try
+    {
+        call();
+    }
+    catch (const Kiv::ArgumentException& e)
+    {
+        return e.GetMessage();
+    }
+    return "not refused";
+}
+
+/// Takes its subscribers out of the dispatcher before they go, so that no late delivery finds them.
+struct Leaving
+{
+    std::vector<INotificationSubscriber*> subscribers;
+    ~Leaving()
+    {
+        for (auto* subscriber : subscribers)
+        {
+            InProcessSystem::Dispatcher().UnsubscribeFromAll(subscriber);
+        }
+    }
+};
+
+class NotificationDispatcherTest : public ::testing::Test
+{
+protected:
+    InProcessSystem system;
+    InProcessSystem::NotificationBroker& broker = InProcessSystem::Broker();
+    InProcessSystem::NotificationDispatcher& dispatcher = InProcessSystem::Dispatcher();
+};
+}  // namespace
+
+TEST(NotificationBrokerTest, TheFirstCallCreatesTheOwnNotificationsAndNothingElseIsThere)
+{
+    InProcessSystem system(8, false);
+    auto& broker = InProcessSystem::Broker();
+    // Known means registered at some time; the parents made on the way have ids 1 to 3 but no row.
+    EXPECT_THAT(broker.GetAllKnownNotificationNameIds(),
+                ::testing::UnorderedElementsAre(NotificationNameId(4), NotificationNameId(5)));
+    EXPECT_EQ(broker.GetNotificationRegistration(NotificationNameId(4)).GetSeverity(), Severity::Warning);
+    EXPECT_EQ(broker.GetNotificationRegistration(NotificationNameId(5)).GetSeverity(), Severity::Error);
+
+    EXPECT_EQ(Refusal([&] { broker.RegisterNotification("A.B", "T", Severity::Info, PayloadTypeId(0)); }),
+              "The supplied payload type id is invalid. (argument 'payloadTypeId', value '0')");
+    EXPECT_EQ(Refusal([&] { broker.RegisterNotification("A.B", "T", Severity::Info, PayloadTypeId(999)); }),
+              "The supplied payload type id is unknown. (argument 'payloadTypeId', value '999')");
+
+    const auto ab = Register("A.B");
+    EXPECT_THROW(Send(broker.GetNotificationNameId("A"), "parent"), Kiv::InvalidOperationException);
+    broker.UnregisterNotification(ab);
+    EXPECT_EQ(Refusal([&] { Send(ab, "gone"); }),
+              fmt::format("The referenced notification \"A.B\" is not registered. You cannot send a "
+                          "notification using it. (argument 'notificationNameId', value '{}')",
+                          ab));
+    EXPECT_EQ(broker.GetNumberOfSubmittedNotifications(), 0u);
+}
+
+TEST(NotificationBrokerTest, TheSetUpPhaseQueuesInOrderDropsBeyondTheQueueAndDeliversAfterTheStart)
+{
+    InProcessSystem system(3);
+    auto& broker = InProcessSystem::Broker();
+    RecordingSubscriber subscriber;
+    const Leaving leaving{{&subscriber}};
+    InProcessSystem::Dispatcher().Subscribe("A.B", &subscriber);
+    NotificationRegistration<StringPayload> registration("A.B", "Test", Severity::Warning, broker);
+
+    EXPECT_EQ(registration.SendNotification(StringPayload("one")), NotificationId(1));
+    EXPECT_EQ(registration.SendNotification(StringPayload("two")), NotificationId(2));
+    EXPECT_EQ(registration.SendNotification(StringPayload("three")), NotificationId(3));
+    EXPECT_EQ(registration.SendNotification(StringPayload("lost")), NotificationId(0));
+    EXPECT_EQ(broker.GetNumberOfSubmittedNotifications(), 3u);
+    EXPECT_EQ(subscriber.Count(), 0u);
+
+    broker.StartDispatching();
+    ASSERT_TRUE(WaitFor([&] { return subscriber.Count() == 3; }));
+    EXPECT_EQ(registration.SendNotification(StringPayload("four")), NotificationId(5));
+    ASSERT_TRUE(WaitFor([&] { return subscriber.Count() == 4; }));
+    EXPECT_THAT(Texts(subscriber), ElementsAre("one", "two", "three", "four"));
+    const auto received = subscriber.Get().back();
+    EXPECT_EQ(received.severity, Severity::Warning);
+    EXPECT_EQ(received.payloadTypeId, StringPayload::GetPayloadTypeId().GetValue());
+    EXPECT_EQ(received.nameId, registration.GetNotificationNameId().GetValue());
+}
+
+TEST(NotificationBrokerTest, TheStartReportsNamesWithoutASenderAndThenRefusesThem)
+{
+    CapturingSink log;
+    InProcessSystem system;
+    auto& broker = InProcessSystem::Broker();
+    auto& dispatcher = InProcessSystem::Dispatcher();
+    RecordingSubscriber own;
+    RecordingSubscriber orphan;
+    RecordingSubscriber late;
+    const Leaving leaving{{&own, &orphan, &late}};
+    dispatcher.Subscribe("Kiv.System.Nm", &own);
+    dispatcher.Subscribe("X.Y", &orphan);
+    const auto gone = Register("G.H");
+    dispatcher.Subscribe("G.H", &orphan);
+    broker.UnregisterNotification(gone);
+    broker.UnregisterNotification(Register("Q.R"));  // nobody wants it: no report
+
+    broker.StartDispatching();
+    EXPECT_TRUE(broker.IsSubscriptionStateChecked());
+    ASSERT_TRUE(WaitFor([&] { return own.Count() == 2; }));
+    EXPECT_THAT(Texts(own), ElementsAre("A subscriber subscribed to not registered notification name: X.Y",
+                                        "A subscriber subscribed to unregistered notification name: G.H"));
+    EXPECT_EQ(own.Get()[0].severity, Severity::Warning);
+    EXPECT_EQ(own.Get()[1].severity, Severity::Error);
+
+    EXPECT_THAT(Refusal([&] { dispatcher.Subscribe("P.Q", &late); }),
+                HasSubstr("The supplied notification name is unknown."));
+    EXPECT_THAT(Refusal([&] { dispatcher.Subscribe("X.Y", &late); }),
+                HasSubstr("Cannot subscribe to not registered notification."));
+    // The refused subscriber has no row: unsubscribing it is refused too.
+    EXPECT_THROW(dispatcher.Unsubscribe(broker.GetNotificationNameId("X.Y"), &late), Kiv::ArgumentException);
+    ASSERT_TRUE(WaitFor([&] { return own.Count() == 3; })) << "each refusal is reported too";
+
+    broker.SetSubscriptionStateRelaxed();
+    EXPECT_FALSE(broker.IsSubscriptionStateChecked());
+    EXPECT_NO_THROW(dispatcher.Subscribe("P.Q", &late));
+    std::vector<std::string> lines;
+    for (const auto& line : log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBroker"))
+    {
+        lines.push_back(line.level == LogLevel::Info ? line.text.c_str() : "");
+    }
+    EXPECT_THAT(lines, ::testing::IsSupersetOf(
+                           {"Enabling checking of subscriptions", "Disabling checking of subscriptions"}));
+}
+
+TEST(NotificationBrokerTest, DestroyingTheBrokerDeliversWhatIsQueuedFirst)
+{
+    InProcessSystem system(1024);
+    RecordingSubscriber subscriber;
+    const auto id = Register("A.B");
+    InProcessSystem::Dispatcher().Subscribe("A.B", &subscriber);
+    InProcessSystem::Broker().StartDispatching();
+    for (int i = 0; i < 500; ++i)
+    {
+        ASSERT_NE(Send(id, "x"), NotificationId(0));
+    }
+
+    // The broker goes while its dispatcher still lives, so every queued delivery has somewhere to go.
+    AppDomainSingleton<InProcessSystem::NotificationBroker>::DisposeInstance();
+    EXPECT_EQ(subscriber.Count(), 500u);
+}
+
+TEST_F(NotificationDispatcherTest, AThrowingSubscriberIsLoggedAndReportedWhileTheOthersAreStillCalled)
+{
+    CapturingSink log;
+    const auto id = Register("A.B");
+    Register("A.C");
+    RecordingSubscriber throwsException([](const Notification&) { throw Kiv::Exception("broken part"); });
+    RecordingSubscriber throwsStd([](const Notification&) { throw std::runtime_error("std failure"); });
+    RecordingSubscriber throwsInt([](const Notification&) { throw 42; });
+    RecordingSubscriber last;
+    RecordingSubscriber reports;
+    const Leaving leaving{{&throwsException, &throwsStd, &throwsInt, &last, &reports}};
+    for (auto* subscriber : leaving.subscribers)
+    {
+        dispatcher.Subscribe(subscriber == &reports ? "Kiv.System.Nm" : "A.B", subscriber);
+    }
+    dispatcher.Subscribe("A", &last);  // called once all the same
+    broker.StartDispatching();
+
+    Send(id, "boom");
+    Send(broker.GetNotificationNameId("A.C"), "elsewhere");
+    ASSERT_TRUE(WaitFor([&] { return reports.Count() == 3 && last.Count() == 2; }));
+    EXPECT_THAT(Texts(last), ElementsAre("boom", "elsewhere"));
+    const auto received = reports.Get();
+    EXPECT_EQ(broker.GetNotificationName(NotificationNameId(received[0].nameId)),
+              "Kiv.System.Nm.ExceptionDuringNotify.ProcessA");
+    for (const auto& report : received)
+    {
+        EXPECT_EQ(report.nameId, dispatcher.GetExceptionNotificationNameId().GetValue());
+        EXPECT_EQ(report.severity, Severity::Error);
+        EXPECT_THAT(report.text, HasSubstr("Caught an exception during dispatching notification 'A.B': "));
+    }
+    EXPECT_THAT(received[0].text, HasSubstr("broken part"));
+    EXPECT_THAT(received[1].text, ::testing::EndsWith("std failure"));
+    EXPECT_THAT(received[2].text, ::testing::EndsWith("unknown exception type"));
+    const auto lines = log.GetRecords("Kiv.System.Nm.Internal.NotificationDispatcher.NotificationDispatcher");
+    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
+                            [](const auto& line) { return line.level == LogLevel::Error; }),
+              3);
+}
+
+TEST_F(NotificationDispatcherTest, ASubscriberMayLeaveFromInsideNotifyAndIsNotCalledAgain)
+{
+    const auto id = Register("A.B");
+    RecordingSubscriber* self = nullptr;
+    RecordingSubscriber leaving([&](const Notification&) { dispatcher.Unsubscribe(id, self); });
+    self = &leaving;
+    RecordingSubscriber staying;
+    const Leaving leave{{&staying}};
+    dispatcher.Subscribe("A.B", &leaving);
+    dispatcher.Subscribe("A.B", &staying);
+    broker.StartDispatching();
+
+    Send(id, "one");
+    Send(id, "two");
+    ASSERT_TRUE(WaitFor([&] { return staying.Count() == 2; }));
+    EXPECT_EQ(leaving.Count(), 1u);
+    EXPECT_TRUE(broker.ContainsNotificationDispatch(id, dispatcher.GetDispatcherId()));
+}
+
+TEST_F(NotificationDispatcherTest, TheDispatchRowStaysWhileASubscriberIsLeftAndAReplacementTakesOver)
+{
+    const auto id = Register("A.B");
+    RecordingSubscriber before;
+    RecordingSubscriber other;
+    RecordingSubscriber after;
+    const Leaving leaving{{&before, &other, &after}};
+    dispatcher.Subscribe("A.B", &before);
+    dispatcher.Subscribe("A.B", &other);
+    const auto own = dispatcher.Subscribe("Own.Name", &after);
+    const auto dispatcherId = dispatcher.GetDispatcherId();
+
+    // The replacement gives up its own subscriptions and takes over those of the one it replaces.
+    dispatcher.ReplaceSubscriber(&before, &after);
+    EXPECT_FALSE(dispatcher.HasSubscribersFor(own));
+    EXPECT_FALSE(broker.ContainsNotificationDispatch(own, dispatcherId));
+    dispatcher.Unsubscribe(id, &other);
+    EXPECT_TRUE(broker.ContainsNotificationDispatch(id, dispatcherId));
+    broker.StartDispatching();
+    Send(id, "moved");
+    ASSERT_TRUE(WaitFor([&] { return after.Count() == 1; }));
+    EXPECT_EQ(before.Count() + other.Count(), 0u);
+
+    dispatcher.Unsubscribe(id, &after);
+    EXPECT_FALSE(broker.ContainsNotificationDispatch(id, dispatcherId));
+    EXPECT_FALSE(dispatcher.HasSubscribersFor(id));
+}
+
+TEST_F(NotificationDispatcherTest, BadArgumentsAreRefusedWithTheirMessages)
+{
+    RecordingSubscriber subscriber;
+    RecordingSubscriber stranger;
+    const Leaving leaving{{&subscriber, &stranger}};
+    const auto id = dispatcher.Subscribe("A.B", &subscriber);
+    const std::vector<std::pair<std::function<void()>, std::string>> rows = {
+        {[&] { dispatcher.Subscribe("A.B", &subscriber); },
+         "The supplied subscriber is already subscribed to this notification. (argument 'notificationName', "
+         "value 'A.B')"},
+        {[&] { dispatcher.Subscribe("", &subscriber); },
+         "The supplied notification name is invalid. (argument 'notificationName', value '')"},
+        {[&] { dispatcher.Unsubscribe(NotificationNameId(0), &subscriber); },
+         "The supplied notification name id is invalid. (argument 'notificationNameId', value '0')"},
+        {[&] { dispatcher.Unsubscribe(id, &stranger); },
+         fmt::format("The supplied subscriber is not subscribed to the referenced notification \"A.B\". "
+                     "(argument 'notificationNameId', value '{}')",
+                     id)},
+    };
+    for (const auto& [call, message] : rows)
+    {
+        EXPECT_EQ(Refusal(call), message);
+    }
+    EXPECT_THAT(Refusal([&] { dispatcher.Subscribe("A.B", nullptr); }),
+                HasSubstr("The supplied pointer is invalid."));
+    EXPECT_THAT(Refusal([&] { dispatcher.Unsubscribe(id, nullptr); }),
+                HasSubstr("The supplied pointer is invalid."));
+    EXPECT_THAT(Refusal([&] { dispatcher.Subscribe(std::string(512, 'L').c_str(), &stranger); }),
+                HasSubstr("Input string is too long"));
+    EXPECT_TRUE(dispatcher.HasSubscribersFor(id));
+    EXPECT_NO_THROW(dispatcher.UnsubscribeFromAll(nullptr));
+    EXPECT_NO_THROW(dispatcher.Subscribe(std::string(511, 'L').c_str(), &stranger));
+}
