@@ -12,10 +12,12 @@
 
 #include <Support/WaitFor.h>
 
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -35,19 +37,13 @@ using ::testing::ThrowsMessage;
 
 namespace
 {
-struct Delivery
-{
-    std::string dispatcher;
-    std::uint64_t notificationId;
-    std::vector<std::uint32_t> nameIds;
-};
-
-/// What the fake dispatchers share: the deliveries in the order the broker thread made them.
+/// What the fake dispatchers share: the deliveries in the order the broker thread made them, each as
+/// "<dispatcher> <notification id>: <name ids>".
 struct Shared
 {
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<Delivery> deliveries;
+    std::vector<std::string> deliveries;
 };
 
 /// A dispatcher service that records its calls; it can hold the broker thread in Dispatch until
@@ -66,7 +62,8 @@ public:
         {
             throw Kiv::InvalidOperationException("dispatcher {0} failed", name);
         }
-        shared.deliveries.push_back({name, notification.GetId().GetValue(), nameIds});
+        shared.deliveries.push_back(
+            fmt::format("{} {}: {}", name, notification.GetId(), fmt::join(nameIds, " ")));
     }
 
     void Hold(bool hold = true)
@@ -96,20 +93,16 @@ class NotADispatcher : public ITulService
 {
 };
 
-/// What a process publishes for its dispatcher; each fetch makes a new service.
-class DispatcherFactory : public Kiv::System::Tul::ITulServiceFactory
+/// What a process publishes under its name: each fetch makes a new service.
+class Factory : public Kiv::System::Tul::ITulServiceFactory
 {
 public:
-    DispatcherFactory(std::string name, Shared& shared, bool foreign)
-        : name(std::move(name)), shared(shared), foreign(foreign)
-    {
-    }
+    explicit Factory(std::function<ITulService*()> make) : make(std::move(make)) {}
     bool GetUsesSecurityStub() const override { return false; }
     const Kiv::String& GetServiceProviderName() const override { return provider; }
     ITulService* CreateServiceImpl(const char*, Kiv::System::Tul::ITulAuthorizator*) override
     {
-        return foreign ? static_cast<ITulService*>(new NotADispatcher)
-                       : (last = new FakeDispatcher(name, shared));
+        return make();
     }
     Kiv::System::Tul::ITulServiceStub* CreateServiceStub(const char*,
                                                          Kiv::System::Tul::ITulAuthorizator*) override
@@ -117,12 +110,8 @@ public:
         return nullptr;
     }
 
-    FakeDispatcher* last = nullptr;
-
 private:
-    std::string name;
-    Shared& shared;
-    bool foreign;
+    std::function<ITulService*()> make;
     Kiv::String provider;
 };
 
@@ -132,18 +121,18 @@ protected:
     explicit NotificationBrokerThreadTest(std::uint32_t capacity = 16) : queue(capacity) {}
     void TearDown() override { ServiceManager::Reset(); }
 
-    void Publish(const std::string& name, bool foreign = false)
+    void Publish(const std::string& name, std::function<ITulService*()> make)
     {
-        factories.push_back(std::make_unique<DispatcherFactory>(name, shared, foreign));
+        factories.push_back(std::make_unique<Factory>(std::move(make)));
         ServiceManager::PublishService(name.c_str(), DispatcherServiceProxies::GetInstance().GetServiceName(),
                                        *factories.back());
     }
 
     FakeDispatcher& AddDispatcher(const std::string& name)
     {
-        Publish(name);
+        Publish(name, [this, name] { return lastMade = new FakeDispatcher(name, shared); });
         ids[name] = manager.RegisterDispatcher(name.c_str());
-        return *factories.back()->last;
+        return *lastMade;
     }
 
     void Want(const std::string& dispatcher, const char* name)
@@ -164,14 +153,15 @@ protected:
                                                           manager.GetDispatchTable(), queue);
     }
 
-    std::vector<Delivery> Deliveries()
+    std::vector<std::string> Deliveries()
     {
         std::lock_guard<std::mutex> lock(shared.mutex);
         return shared.deliveries;
     }
 
     Shared shared;
-    std::vector<std::unique_ptr<DispatcherFactory>> factories;
+    std::vector<std::unique_ptr<Factory>> factories;
+    FakeDispatcher* lastMade = nullptr;
     std::map<std::string, NotificationDispatcherId> ids;
     NotificationNameRepository names;
     NotificationDispatcherManager manager;
@@ -204,16 +194,7 @@ TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTh
     thread->Start();
     thread.reset();
 
-    const auto calls = Deliveries();
-    ASSERT_EQ(calls.size(), 3u);
-    EXPECT_EQ(calls[0].dispatcher, "first");
-    EXPECT_EQ(calls[0].notificationId, 10u);
-    EXPECT_THAT(calls[0].nameIds, ElementsAre(1u, 2u));
-    EXPECT_EQ(calls[1].dispatcher, "second");
-    EXPECT_THAT(calls[1].nameIds, ElementsAre(3u));
-    EXPECT_EQ(calls[2].dispatcher, "first");
-    EXPECT_EQ(calls[2].notificationId, 11u);
-    EXPECT_THAT(calls[2].nameIds, ElementsAre(1u, 2u));
+    EXPECT_THAT(Deliveries(), ElementsAre("first 10: 1 2", "second 10: 3", "first 11: 1 2"));
 }
 
 TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlaceAndAStopDeliversAllQueued)
@@ -239,10 +220,7 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlac
     EXPECT_FALSE(stopped.load());
     dispatcher.Hold(false);
     stopper.join();
-    const auto calls = Deliveries();
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].notificationId, 1u);
-    EXPECT_EQ(calls[1].notificationId, 2u);
+    EXPECT_THAT(Deliveries(), ElementsAre("slow 1: 1", "slow 2: 1"));
 }
 
 TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBehindAFullQueue)
@@ -278,9 +256,8 @@ TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotification
     ASSERT_TRUE(queue.TryPush(MakeNotification(3, "B")));
     thread.reset();
 
-    const auto calls = Deliveries();
-    ASSERT_EQ(calls.size(), 1u) << "the dispatcher behind the failing one misses notification 1";
-    EXPECT_EQ(calls[0].notificationId, 3u);
+    EXPECT_THAT(Deliveries(), ElementsAre("second 3: 2"))
+        << "the dispatcher behind the failing one misses notification 1";
     const auto records = log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBrokerThread");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].level, 3);
@@ -297,7 +274,7 @@ TEST_F(NotificationDispatcherManagerTest, AnUnreachableOrForeignServiceIsRefused
                     "Could not retrieve service "
                     "'Kiv::System::Nm::Services::Internal::INotificationDispatcherService' from service "
                     "provider 'Nobody'."));
-    Publish("Wrong", true);
+    Publish("Wrong", [] { return new NotADispatcher; });
     EXPECT_THAT([&] { manager.RegisterDispatcher("Wrong"); },
                 ThrowsMessage<Kiv::InvalidCastException>(
                     "The service does not implement service interface "
