@@ -1,6 +1,7 @@
 // The broker and this process's dispatcher in one process: the set-up phase, the start, delivery to
 // subscribers, and the refusals that a component meets.
 
+#include <Nm/Internal/NotificationBroker/OwnNotifications.h>
 #include <Nm/NotificationRegistration.h>
 #include <Nm/StringPayload.h>
 
@@ -19,7 +20,6 @@
 using namespace Kiv::System::Nm;
 using Kiv::DateTime;
 using Kiv::System::Commons::Logging::CapturingSink;
-using Kiv::System::Commons::Logging::LogLevel;
 using Kiv::Testing::InProcessSystem;
 using Kiv::Testing::RecordingSubscriber;
 using Kiv::Testing::WaitFor;
@@ -87,13 +87,24 @@ protected:
 
 TEST(NotificationBrokerTest, TheFirstCallCreatesTheOwnNotificationsAndNothingElseIsThere)
 {
+    CapturingSink log;
     InProcessSystem system(8, false);
     auto& broker = InProcessSystem::Broker();
     // Known means registered at some time; the parents made on the way have ids 1 to 3 but no row.
     EXPECT_THAT(broker.GetAllKnownNotificationNameIds(),
                 ::testing::UnorderedElementsAre(NotificationNameId(4), NotificationNameId(5)));
-    EXPECT_EQ(broker.GetNotificationRegistration(NotificationNameId(4)).GetSeverity(), Severity::Warning);
+    const auto notRegistered = broker.GetNotificationRegistration(NotificationNameId(4));
+    EXPECT_EQ(notRegistered.GetNotificationName(), "Kiv.System.Nm.SubscribeToNotRegisteredNotification");
+    EXPECT_EQ(notRegistered.GetSenderName(), "Notification Manager");
+    EXPECT_EQ(notRegistered.GetSeverity(), Severity::Warning);
     EXPECT_EQ(broker.GetNotificationRegistration(NotificationNameId(5)).GetSeverity(), Severity::Error);
+
+    // Before its registrations exist, a report is only logged.
+    Kiv::System::Commons::Logging::LoggerBase ownLog("Kiv.Test.Own");
+    Internal::NotificationBroker::OwnNotifications(ownLog).SendAndLogSubscribeToUnregistered("Early");
+    ASSERT_EQ(log.GetRecords("Kiv.Test.Own").size(), 1u);
+    EXPECT_EQ(log.GetRecords("Kiv.Test.Own")[0].text,
+              "A subscriber subscribed to unregistered notification name: Early");
 
     EXPECT_EQ(Refusal([&] { broker.RegisterNotification("A.B", "T", Severity::Info, PayloadTypeId(0)); }),
               "The supplied payload type id is invalid. (argument 'payloadTypeId', value '0')");
@@ -134,10 +145,9 @@ TEST(NotificationBrokerTest, TheSetUpPhaseQueuesInOrderDropsBeyondTheQueueAndDel
     const auto received = subscriber.Get().back();
     EXPECT_EQ(received.severity, Severity::Warning);
     EXPECT_EQ(received.payloadTypeId, StringPayload::GetPayloadTypeId().GetValue());
-    EXPECT_EQ(received.nameId, registration.GetNotificationNameId().GetValue());
 }
 
-TEST(NotificationBrokerTest, TheStartReportsNamesWithoutASenderAndThenRefusesThem)
+TEST(NotificationBrokerTest, TheStartReportsNamesWithoutASenderAndFromThenOnRefusesThem)
 {
     CapturingSink log;
     InProcessSystem system;
@@ -147,39 +157,67 @@ TEST(NotificationBrokerTest, TheStartReportsNamesWithoutASenderAndThenRefusesThe
     RecordingSubscriber orphan;
     RecordingSubscriber late;
     const Leaving leaving{{&own, &orphan, &late}};
-    dispatcher.Subscribe("Kiv.System.Nm", &own);
-    dispatcher.Subscribe("X.Y", &orphan);
+    const auto nm = dispatcher.Subscribe("Kiv.System.Nm", &own);
+    const auto wanted = dispatcher.Subscribe("X.Y", &orphan);  // nobody registers it
+    const auto branch = dispatcher.Subscribe("A", &orphan);    // legal: A.B is registered below
     const auto gone = Register("G.H");
     dispatcher.Subscribe("G.H", &orphan);
     broker.UnregisterNotification(gone);
     broker.UnregisterNotification(Register("Q.R"));  // nobody wants it: no report
+    Register("A.B");
+    EXPECT_THAT(broker.GetNotificationNameIdsByStatus(NotificationRegistrationStatus::Subscribed),
+                ::testing::UnorderedElementsAre(nm, wanted, branch));
 
     broker.StartDispatching();
     EXPECT_TRUE(broker.IsSubscriptionStateChecked());
+    EXPECT_THAT(broker.GetNotificationNameIdsByStatus(NotificationRegistrationStatus::Subscribed),
+                ElementsAre(wanted))
+        << "a branch loses its row, not its name";
+    EXPECT_EQ(broker.GetNotificationName(nm), "Kiv.System.Nm");
+    EXPECT_EQ(broker.GetNotificationName(branch), "A");
+    const std::string notRegistered = "A subscriber subscribed to not registered notification name: ";
+    const std::string unregistered = "A subscriber subscribed to unregistered notification name: ";
     ASSERT_TRUE(WaitFor([&] { return own.Count() == 2; }));
-    EXPECT_THAT(Texts(own), ElementsAre("A subscriber subscribed to not registered notification name: X.Y",
-                                        "A subscriber subscribed to unregistered notification name: G.H"));
+    EXPECT_THAT(Texts(own), ElementsAre(notRegistered + "X.Y", unregistered + "G.H"));
     EXPECT_EQ(own.Get()[0].severity, Severity::Warning);
     EXPECT_EQ(own.Get()[1].severity, Severity::Error);
+    EXPECT_EQ(own.Get()[0].payloadTypeId, NmSubscribeToNotRegisteredPayload::GetPayloadTypeId().GetValue());
+    EXPECT_EQ(own.Get()[1].payloadTypeId, NmSubscribeToUnregisteredPayload::GetPayloadTypeId().GetValue());
 
-    EXPECT_THAT(Refusal([&] { dispatcher.Subscribe("P.Q", &late); }),
-                HasSubstr("The supplied notification name is unknown."));
-    EXPECT_THAT(Refusal([&] { dispatcher.Subscribe("X.Y", &late); }),
-                HasSubstr("Cannot subscribe to not registered notification."));
+    // Checked: names with a sender and branches pass; the rest is refused, and reported first.
+    EXPECT_NO_THROW(dispatcher.Subscribe("A.B", &late));
+    EXPECT_NO_THROW(dispatcher.Subscribe("A", &late));
+    EXPECT_EQ(Refusal([&] { dispatcher.Subscribe("P.Q", &late); }),
+              "The supplied notification name is unknown. (argument 'notificationName', value 'P.Q')");
+    EXPECT_EQ(Refusal([&] { dispatcher.Subscribe("X.Y", &late); }),
+              "Cannot subscribe to not registered notification. (argument 'notificationName', value 'X.Y')");
+    EXPECT_EQ(Refusal([&] { dispatcher.Subscribe("G.H", &late); }),
+              "Cannot subscribe to unregistered notification. (argument 'notificationName', value 'G.H')");
     // The refused subscriber has no row: unsubscribing it is refused too.
-    EXPECT_THROW(dispatcher.Unsubscribe(broker.GetNotificationNameId("X.Y"), &late), Kiv::ArgumentException);
-    ASSERT_TRUE(WaitFor([&] { return own.Count() == 3; })) << "each refusal is reported too";
+    EXPECT_THROW(dispatcher.Unsubscribe(wanted, &late), Kiv::ArgumentException);
 
+    // Relaxed, anything goes without a report; checking again reports what still has no sender.
     broker.SetSubscriptionStateRelaxed();
     EXPECT_FALSE(broker.IsSubscriptionStateChecked());
-    EXPECT_NO_THROW(dispatcher.Subscribe("P.Q", &late));
+    dispatcher.Subscribe("P.Q", &late);
+    dispatcher.Subscribe("G.H", &late);
+    broker.SetSubscriptionStateChecked();
+    ASSERT_TRUE(WaitFor([&] { return own.Count() == 7; }));
+    EXPECT_THAT(Texts(own), ElementsAre(notRegistered + "X.Y", unregistered + "G.H", notRegistered + "X.Y",
+                                        unregistered + "G.H", notRegistered + "X.Y", notRegistered + "P.Q",
+                                        unregistered + "G.H"));
+
+    // Each report is logged too.
     std::vector<std::string> lines;
     for (const auto& line : log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBroker"))
     {
-        lines.push_back(line.level == LogLevel::Info ? line.text.c_str() : "");
+        lines.push_back(line.text.c_str());
     }
-    EXPECT_THAT(lines, ::testing::IsSupersetOf(
-                           {"Enabling checking of subscriptions", "Disabling checking of subscriptions"}));
+    EXPECT_THAT(
+        lines, ElementsAre("Enabling checking of subscriptions", notRegistered + "X.Y", unregistered + "G.H",
+                           notRegistered + "X.Y", unregistered + "G.H", "Disabling checking of subscriptions",
+                           "Enabling checking of subscriptions", notRegistered + "X.Y", notRegistered + "P.Q",
+                           unregistered + "G.H"));
 }
 
 TEST(NotificationBrokerTest, DestroyingTheBrokerDeliversWhatIsQueuedFirst)
@@ -199,28 +237,30 @@ TEST(NotificationBrokerTest, DestroyingTheBrokerDeliversWhatIsQueuedFirst)
     EXPECT_EQ(subscriber.Count(), 500u);
 }
 
-TEST_F(NotificationDispatcherTest, AThrowingSubscriberIsLoggedAndReportedWhileTheOthersAreStillCalled)
+TEST_F(NotificationDispatcherTest, AThrowingOrLeavingSubscriberLeavesTheOthersCalledOnceEach)
 {
     CapturingSink log;
     const auto id = Register("A.B");
-    Register("A.C");
     RecordingSubscriber throwsException([](const Notification&) { throw Kiv::Exception("broken part"); });
     RecordingSubscriber throwsStd([](const Notification&) { throw std::runtime_error("std failure"); });
     RecordingSubscriber throwsInt([](const Notification&) { throw 42; });
+    RecordingSubscriber* self = nullptr;
+    RecordingSubscriber leaving([&](const Notification&) { dispatcher.Unsubscribe(id, self); });
+    self = &leaving;
     RecordingSubscriber last;
     RecordingSubscriber reports;
-    const Leaving leaving{{&throwsException, &throwsStd, &throwsInt, &last, &reports}};
-    for (auto* subscriber : leaving.subscribers)
+    const Leaving leave{{&throwsException, &throwsStd, &throwsInt, &leaving, &last, &reports}};
+    for (auto* subscriber : leave.subscribers)
     {
         dispatcher.Subscribe(subscriber == &reports ? "Kiv.System.Nm" : "A.B", subscriber);
     }
     dispatcher.Subscribe("A", &last);  // called once all the same
     broker.StartDispatching();
 
-    Send(id, "boom");
-    Send(broker.GetNotificationNameId("A.C"), "elsewhere");
-    ASSERT_TRUE(WaitFor([&] { return reports.Count() == 3 && last.Count() == 2; }));
-    EXPECT_THAT(Texts(last), ElementsAre("boom", "elsewhere"));
+    Send(id, "one");
+    Send(id, "two");
+    ASSERT_TRUE(WaitFor([&] { return reports.Count() == 6 && last.Count() == 2; }));
+    EXPECT_EQ(leaving.Count(), 1u);
     const auto received = reports.Get();
     EXPECT_EQ(broker.GetNotificationName(NotificationNameId(received[0].nameId)),
               "Kiv.System.Nm.ExceptionDuringNotify.ProcessA");
@@ -233,29 +273,8 @@ TEST_F(NotificationDispatcherTest, AThrowingSubscriberIsLoggedAndReportedWhileTh
     EXPECT_THAT(received[0].text, HasSubstr("broken part"));
     EXPECT_THAT(received[1].text, ::testing::EndsWith("std failure"));
     EXPECT_THAT(received[2].text, ::testing::EndsWith("unknown exception type"));
-    const auto lines = log.GetRecords("Kiv.System.Nm.Internal.NotificationDispatcher.NotificationDispatcher");
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(),
-                            [](const auto& line) { return line.level == LogLevel::Error; }),
-              3);
-}
-
-TEST_F(NotificationDispatcherTest, ASubscriberMayLeaveFromInsideNotifyAndIsNotCalledAgain)
-{
-    const auto id = Register("A.B");
-    RecordingSubscriber* self = nullptr;
-    RecordingSubscriber leaving([&](const Notification&) { dispatcher.Unsubscribe(id, self); });
-    self = &leaving;
-    RecordingSubscriber staying;
-    const Leaving leave{{&staying}};
-    dispatcher.Subscribe("A.B", &leaving);
-    dispatcher.Subscribe("A.B", &staying);
-    broker.StartDispatching();
-
-    Send(id, "one");
-    Send(id, "two");
-    ASSERT_TRUE(WaitFor([&] { return staying.Count() == 2; }));
-    EXPECT_EQ(leaving.Count(), 1u);
-    EXPECT_TRUE(broker.ContainsNotificationDispatch(id, dispatcher.GetDispatcherId()));
+    EXPECT_EQ(log.GetRecords("Kiv.System.Nm.Internal.NotificationDispatcher.NotificationDispatcher").size(),
+              6u);
 }
 
 TEST_F(NotificationDispatcherTest, TheDispatchRowStaysWhileASubscriberIsLeftAndAReplacementTakesOver)
