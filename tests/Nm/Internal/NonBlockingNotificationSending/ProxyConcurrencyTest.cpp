@@ -39,18 +39,18 @@ Payload PositionOnly(Arg arg)
     return {TulVariant<512>(arg.position)};
 }
 
-TEST(ProxyConcurrencyTest, RecordsOfAllKindsRunInArrivalOrderOnTheNamedWorker)
+TEST(ProxyConcurrencyTest, RecordsOfAllKindsRunInArrivalOrderOnTheNamedWorkerAndAFullBufferRefuses)
 {
     RecordingSending sending;
     sending.Hold();
-    Proxy proxy(sending, 8);
+    Proxy proxy(sending, 5);
     std::string workerName;
     Future<NotificationNameId> given = Future<NotificationNameId>::CreateByPromise();
     Future<NotificationId> byFunction;
     Future<NotificationId> byPointer;
 
     auto registered = proxy.NonBlockingRegisterNotification("A.B", "me", Severity::Info, PayloadTypeId(3));
-    ASSERT_TRUE(sending.WaitForCalls(1));
+    ASSERT_TRUE(sending.WaitForCalls(1)) << "the record being run has left its slot";
     auto unregistered = proxy.NonBlockingUnregisterNotification(NotificationNameId(5));
     auto byVector = proxy.NonBlockingSendNotification(NotificationNameId(6), Stamp, Values(1, 2));
     auto name = [&]
@@ -61,12 +61,19 @@ TEST(ProxyConcurrencyTest, RecordsOfAllKindsRunInArrivalOrderOnTheNamedWorker)
     proxy.NonBlockingSendNotification(NotificationNameId(7), Stamp, name, byFunction);
     proxy.NonBlockingSendNotification(NotificationNameId(8), Stamp, &PositionOnly, {nullptr, 42}, byPointer);
     proxy.NonBlockingRegisterNotification("A.C", "me", Severity::Info, PayloadTypeId(3), given);
+    EXPECT_FALSE(proxy.NonBlockingSendNotification(NotificationNameId(9), Stamp, Values(1, 2)).IsValid());
+    Future<void> refused = Future<void>::CreateByPromise();
+    refused.SetValue();
+    proxy.NonBlockingUnregisterNotification(NotificationNameId(9), refused);
+    EXPECT_FALSE(refused.IsValid() || refused.HasValue()) << "the older result is gone too";
     sending.FailNext([] { throw Kiv::InvalidOperationException("first fails"); });
     sending.Release();
 
     ASSERT_TRUE(WaitFor([&] { return given.HasValue(); }));
-    EXPECT_THAT(sending.GetJournal(),
-                ElementsAre("register A.B", "unregister 5", "send 6", "send 7", "send 8", "register A.C"));
+    auto later = proxy.NonBlockingUnregisterNotification(NotificationNameId(10));
+    ASSERT_TRUE(WaitFor([&] { return later.HasValue(); })) << "taken again once there is room";
+    EXPECT_THAT(sending.GetJournal(), ElementsAre("register A.B", "unregister 5", "send 6", "send 7",
+                                                  "send 8", "register A.C", "unregister 10"));
     EXPECT_THROW(registered.GetValue(), Kiv::InvalidOperationException) << "and the worker went on";
     EXPECT_NO_THROW(unregistered.GetValue());
     EXPECT_EQ(byVector.GetValue(), NotificationId(100));
@@ -75,29 +82,6 @@ TEST(ProxyConcurrencyTest, RecordsOfAllKindsRunInArrivalOrderOnTheNamedWorker)
     EXPECT_EQ(given.GetValue(), NotificationNameId(1));
     EXPECT_THAT(sending.GetSent().at(2).payload, ElementsAre("42"));
     EXPECT_EQ(workerName, "NmNonBlocking");
-}
-
-TEST(ProxyConcurrencyTest, FullBufferGivesAnInvalidFutureAndTakesAgainOnceTheWorkerTookARecord)
-{
-    RecordingSending sending;
-    sending.Hold();
-    Proxy proxy(sending, 1);
-    auto running = proxy.NonBlockingUnregisterNotification(NotificationNameId(1));
-    ASSERT_TRUE(sending.WaitForCalls(1)) << "the record being run has left its slot";
-    auto queued = proxy.NonBlockingUnregisterNotification(NotificationNameId(2));
-    auto refused = proxy.NonBlockingSendNotification(NotificationNameId(3), Stamp, Values(1, 2));
-    EXPECT_TRUE(queued.IsValid());
-    EXPECT_FALSE(refused.IsValid());
-    Future<void> given = Future<void>::CreateByPromise();
-    given.SetValue();
-    proxy.NonBlockingUnregisterNotification(NotificationNameId(4), given);
-    EXPECT_FALSE(given.IsValid() || given.HasValue()) << "the older result is gone too";
-
-    sending.Release();
-    ASSERT_TRUE(WaitFor([&] { return queued.HasValue(); }));
-    auto later = proxy.NonBlockingUnregisterNotification(NotificationNameId(5));
-    ASSERT_TRUE(WaitFor([&] { return later.HasValue(); }));
-    EXPECT_THAT(sending.GetJournal(), ElementsAre("unregister 1", "unregister 2", "unregister 5"));
 }
 
 std::atomic<int> pauses{0};
@@ -116,17 +100,16 @@ TEST(ProxyConcurrencyTest, StopDropsTheQueuedRecordsButWaitsForARetryingSendUnti
     auto proxy = std::make_unique<Proxy>(sending, 4);
     auto running = proxy->NonBlockingSendNotification(NotificationNameId(1), Stamp, Values(1, 2));
     ASSERT_TRUE(WaitFor([&] { return pauses > 0; })) << "the worker retries";
+    // Both queued records hold the arguments: one as its buffer, the other in its function.
     auto arguments = std::make_shared<NonBlockingNotificationRegistration3ArgumentsBufferBase>();
-    auto captured = std::make_shared<int>(0);
-    std::weak_ptr<void> watchArguments = arguments;
-    std::weak_ptr<void> watchCaptured = captured;
+    const std::weak_ptr<void> watch = arguments;
     Future<NotificationId> byPointer = Future<NotificationId>::CreateByPromise();
     Future<NotificationId> byFunction = Future<NotificationId>::CreateByPromise();
-    proxy->NonBlockingSendNotification(NotificationNameId(2), Stamp, &PositionOnly, {std::move(arguments), 0},
+    proxy->NonBlockingSendNotification(NotificationNameId(2), Stamp, &PositionOnly, {arguments, 0},
                                        byPointer);
     proxy->NonBlockingSendNotification(
-        NotificationNameId(3), Stamp, [captured] { return Values(*captured, 0); }, byFunction);
-    captured.reset();
+        NotificationNameId(3), Stamp, [arguments] { return Payload(); }, byFunction);
+    arguments.reset();
 
     std::atomic<bool> stopped{false};
     std::thread stopper(
@@ -155,7 +138,7 @@ TEST(ProxyConcurrencyTest, StopDropsTheQueuedRecordsButWaitsForARetryingSendUnti
     {
         EXPECT_TRUE(future->IsValid() && !future->HasValue());
     }
-    EXPECT_TRUE(watchArguments.expired() && watchCaptured.expired());
+    EXPECT_TRUE(watch.expired()) << "the dropped records are gone";
 }
 
 TEST(ProxyConcurrencyTest, ManyCallersEachKeepTheirOrder)

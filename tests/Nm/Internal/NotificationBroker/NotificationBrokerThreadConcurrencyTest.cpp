@@ -115,10 +115,10 @@ private:
     Kiv::String provider;
 };
 
-class NotificationBrokerThreadTest : public ::testing::Test
+template <std::uint32_t Capacity>
+class BrokerThreadFixture : public ::testing::Test
 {
 protected:
-    explicit NotificationBrokerThreadTest(std::uint32_t capacity = 16) : queue(capacity) {}
     void TearDown() override { ServiceManager::Reset(); }
 
     void Publish(const std::string& name, std::function<ITulService*()> make)
@@ -165,16 +165,12 @@ protected:
     std::map<std::string, NotificationDispatcherId> ids;
     NotificationNameRepository names;
     NotificationDispatcherManager manager;
-    Internal::ThreadSafeQueue<Notification> queue;
+    Internal::ThreadSafeQueue<Notification> queue{Capacity};
 };
 
-class NotificationBrokerThreadCapacityOneTest : public NotificationBrokerThreadTest
-{
-protected:
-    NotificationBrokerThreadCapacityOneTest() : NotificationBrokerThreadTest(1) {}
-};
-
-using NotificationDispatcherManagerTest = NotificationBrokerThreadTest;
+using NotificationBrokerThreadTest = BrokerThreadFixture<16>;
+using NotificationBrokerThreadCapacityOneTest = BrokerThreadFixture<1>;
+using NotificationDispatcherManagerTest = BrokerThreadFixture<16>;
 }  // namespace
 
 TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTheWantedAncestors)
@@ -267,7 +263,7 @@ TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotification
     EXPECT_THAT(records[1].text, HasSubstr("NotificationDispatcherRepository:: tried to query unknown: 99"));
 }
 
-TEST_F(NotificationDispatcherManagerTest, AnUnreachableOrForeignServiceIsRefusedWithoutUsingAnId)
+TEST_F(NotificationDispatcherManagerTest, EachRegistrationFetchesAFreshServiceByNameAndGetsANewId)
 {
     EXPECT_THAT([&] { manager.RegisterDispatcher("Nobody"); },
                 ThrowsMessage<Kiv::InvalidOperationException>(
@@ -279,34 +275,24 @@ TEST_F(NotificationDispatcherManagerTest, AnUnreachableOrForeignServiceIsRefused
                 ThrowsMessage<Kiv::InvalidCastException>(
                     "The service does not implement service interface "
                     "'Kiv.System.Nm.Services.Internal.INotificationDispatcherService'."));
-    AddDispatcher("A");
-    EXPECT_EQ(ids.at("A"), NotificationDispatcherId(1));
-}
 
-TEST_F(NotificationDispatcherManagerTest, EachRegistrationFetchesAFreshServiceAndIdsAreNeverReused)
-{
     AddDispatcher("A");
     const auto first = ids.at("A");
+    EXPECT_EQ(first, NotificationDispatcherId(1)) << "a refusal uses up no id";
     const auto second = manager.RegisterDispatcher("A");
     EXPECT_NE(manager.GetDispatcherRepository().GetService(first),
               manager.GetDispatcherRepository().GetService(second));
     manager.UnregisterDispatcher(second);
     EXPECT_EQ(manager.RegisterDispatcher("A"), NotificationDispatcherId(3));
-}
 
-TEST_F(NotificationDispatcherManagerTest, DispatchRowsOutliveTheirDispatcherUntilRemoved)
-{
-    AddDispatcher("A");
-    const auto a = ids.at("A");
+    // Dispatch rows outlive their dispatcher until they are removed.
     const NotificationNameId name(7);
-    manager.RegisterNotificationDispatch(name, a);
-    manager.UnregisterDispatcher(a);
-    EXPECT_TRUE(manager.ContainsNotificationDispatch(name, a));
-    EXPECT_TRUE(manager.HasDispatcherFor(name));
-
-    manager.UnregisterNotificationDispatch(name, a);
+    manager.RegisterNotificationDispatch(name, first);
+    manager.UnregisterDispatcher(first);
+    EXPECT_TRUE(manager.ContainsNotificationDispatch(name, first));
+    manager.UnregisterNotificationDispatch(name, first);
     EXPECT_FALSE(manager.HasDispatcherFor(name));
-    EXPECT_THAT([&] { manager.UnregisterNotificationDispatch(name, a); },
+    EXPECT_THAT([&] { manager.UnregisterNotificationDispatch(name, first); },
                 ThrowsMessage<Kiv::InvalidOperationException>(
                     "NotificationDispatchingRepository: Tried to remove unknown: notificationNameId=7, "
                     "dispatcherId=1"));
