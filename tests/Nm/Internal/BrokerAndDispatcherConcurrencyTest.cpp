@@ -3,6 +3,8 @@
 
 #include <Nm/Internal/NotificationBroker/OwnNotifications.h>
 #include <Nm/NotificationRegistration.h>
+#include <Nm/Services/Internal/NotificationDispatcherServiceProxyFactory.h>
+#include <Nm/Services/Internal/NotificationSendingServiceFactory.h>
 #include <Nm/StringPayload.h>
 
 #include <Kiv/Exceptions.h>
@@ -235,6 +237,40 @@ TEST(NotificationBrokerTest, DestroyingTheBrokerDeliversWhatIsQueuedFirst)
     // The broker goes while its dispatcher still lives, so every queued delivery has somewhere to go.
     AppDomainSingleton<InProcessSystem::NotificationBroker>::DisposeInstance();
     EXPECT_EQ(subscriber.Count(), 500u);
+}
+
+TEST_F(NotificationDispatcherTest, TheBrokerFetchesADispatcherByNameAndKeepsItsRowsUntilRemoved)
+{
+    using namespace Services::Internal;
+    EXPECT_THAT([&] { broker.RegisterDispatcher("Nobody"); },
+                ::testing::ThrowsMessage<Kiv::InvalidOperationException>(
+                    "Could not retrieve service "
+                    "'Kiv::System::Nm::Services::Internal::INotificationDispatcherService' from service "
+                    "provider 'Nobody'."));
+    Kiv::System::Tul::ServiceManager::PublishService(
+        "Wrong", NotificationDispatcherServiceProxyFactory::GetInstance().GetServiceName(),
+        NotificationSendingServiceFactory::GetInstance());
+    EXPECT_THAT([&] { broker.RegisterDispatcher("Wrong"); },
+                ::testing::ThrowsMessage<Kiv::InvalidCastException>(
+                    "The service does not implement service interface "
+                    "'Kiv.System.Nm.Services.Internal.INotificationDispatcherService'."));
+
+    // This process's dispatcher has id 1: the refusals used up none.
+    const auto name = Register("A.B");
+    const auto second = broker.RegisterDispatcher("ProcessA");
+    EXPECT_EQ(second, NotificationDispatcherId(2));
+    broker.RegisterNotificationDispatch(name, second);
+    broker.RegisterNotificationDispatch(name, second);  // twice is harmless
+    broker.UnregisterDispatcher(second);
+    EXPECT_TRUE(broker.ContainsNotificationDispatch(name, second)) << "the rows outlive their dispatcher";
+    EXPECT_EQ(broker.RegisterDispatcher("ProcessA"), NotificationDispatcherId(3)) << "an id is never reused";
+    broker.UnregisterDispatcher(NotificationDispatcherId(3));
+    broker.UnregisterNotificationDispatch(name, second);
+    EXPECT_THAT([&] { broker.UnregisterNotificationDispatch(name, second); },
+                ::testing::ThrowsMessage<Kiv::InvalidOperationException>(
+                    fmt::format("NotificationDispatchingRepository: Tried to remove unknown: "
+                                "notificationNameId={}, dispatcherId=2",
+                                name)));
 }
 
 TEST_F(NotificationDispatcherTest, AThrowingOrLeavingSubscriberLeavesTheOthersCalledOnceEach)

@@ -1,14 +1,12 @@
 #include <Nm/Internal/NotificationBroker/NotificationBrokerThread.h>
-#include <Nm/Internal/NotificationBroker/NotificationDispatcherManager.h>
+#include <Nm/Internal/NotificationBroker/NotificationDispatcherRepository.h>
+#include <Nm/Internal/NotificationBroker/NotificationDispatchingRepository.h>
 #include <Nm/Internal/NotificationBroker/NotificationNameRepository.h>
 #include <Nm/Notification.h>
 #include <Nm/Services/Internal/INotificationDispatcherService.h>
-#include <Nm/Services/Internal/NotificationDispatcherServiceProxyFactory.h>
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/Logging/CapturingSink.h>
-#include <Kiv/System/Tul/ITulServiceFactory.h>
-#include <Kiv/System/Tul/ServiceManager.h>
 
 #include <Support/WaitFor.h>
 
@@ -17,23 +15,15 @@
 #include <gtest/gtest.h>
 
 #include <condition_variable>
-#include <functional>
 #include <mutex>
 #include <thread>
-
-// The broker thread delivering to dispatchers that the dispatcher manager found the way the broker finds
-// them: by their name through the service manager.
 
 using namespace Kiv::System::Nm;
 using namespace Kiv::System::Nm::Internal::NotificationBroker;
 using Kiv::System::Commons::Logging::CapturingSink;
-using Kiv::System::Tul::ITulService;
-using Kiv::System::Tul::ServiceManager;
-using DispatcherServiceProxies = Services::Internal::NotificationDispatcherServiceProxyFactory;
 using Kiv::Testing::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::ThrowsMessage;
 
 namespace
 {
@@ -88,56 +78,20 @@ private:
     int entered = 0;
 };
 
-/// A service published under the dispatcher service's name that is something else.
-class NotADispatcher : public ITulService
-{
-};
-
-/// What a process publishes under its name: each fetch makes a new service.
-class Factory : public Kiv::System::Tul::ITulServiceFactory
-{
-public:
-    explicit Factory(std::function<ITulService*()> make) : make(std::move(make)) {}
-    bool GetUsesSecurityStub() const override { return false; }
-    const Kiv::String& GetServiceProviderName() const override { return provider; }
-    ITulService* CreateServiceImpl(const char*, Kiv::System::Tul::ITulAuthorizator*) override
-    {
-        return make();
-    }
-    Kiv::System::Tul::ITulServiceStub* CreateServiceStub(const char*,
-                                                         Kiv::System::Tul::ITulAuthorizator*) override
-    {
-        return nullptr;
-    }
-
-private:
-    std::function<ITulService*()> make;
-    Kiv::String provider;
-};
-
 template <std::uint32_t Capacity>
 class BrokerThreadFixture : public ::testing::Test
 {
 protected:
-    void TearDown() override { ServiceManager::Reset(); }
-
-    void Publish(const std::string& name, std::function<ITulService*()> make)
-    {
-        factories.push_back(std::make_unique<Factory>(std::move(make)));
-        ServiceManager::PublishService(name.c_str(), DispatcherServiceProxies::GetInstance().GetServiceName(),
-                                       *factories.back());
-    }
-
     FakeDispatcher& AddDispatcher(const std::string& name)
     {
-        Publish(name, [this, name] { return lastMade = new FakeDispatcher(name, shared); });
-        ids[name] = manager.RegisterDispatcher(name.c_str());
-        return *lastMade;
+        auto service = std::make_shared<FakeDispatcher>(name, shared);
+        ids[name] = dispatchers.Add(name.c_str(), service);
+        return *service;
     }
 
     void Want(const std::string& dispatcher, const char* name)
     {
-        manager.RegisterNotificationDispatch(names.AddOrGetId(name), ids.at(dispatcher));
+        dispatchTable.Add(names.AddOrGetId(name), ids.at(dispatcher));
     }
 
     std::shared_ptr<Notification> MakeNotification(std::uint64_t id, const char* name)
@@ -149,8 +103,7 @@ protected:
 
     std::unique_ptr<NotificationBrokerThread> MakeThread()
     {
-        return std::make_unique<NotificationBrokerThread>(names, manager.GetDispatcherRepository(),
-                                                          manager.GetDispatchTable(), queue);
+        return std::make_unique<NotificationBrokerThread>(names, dispatchers, dispatchTable, queue);
     }
 
     std::vector<std::string> Deliveries()
@@ -160,17 +113,15 @@ protected:
     }
 
     Shared shared;
-    std::vector<std::unique_ptr<Factory>> factories;
-    FakeDispatcher* lastMade = nullptr;
     std::map<std::string, NotificationDispatcherId> ids;
     NotificationNameRepository names;
-    NotificationDispatcherManager manager;
+    NotificationDispatcherRepository dispatchers;
+    NotificationDispatchingRepository dispatchTable;
     Internal::ThreadSafeQueue<Notification> queue{Capacity};
 };
 
 using NotificationBrokerThreadTest = BrokerThreadFixture<16>;
 using NotificationBrokerThreadCapacityOneTest = BrokerThreadFixture<1>;
-using NotificationDispatcherManagerTest = BrokerThreadFixture<16>;
 }  // namespace
 
 TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTheWantedAncestors)
@@ -181,7 +132,6 @@ TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTh
     Want("second", "A.B.C");
     Want("first", "A.B");
     Want("first", "A");
-    Want("first", "A");  // a second request for the same row is harmless
     Want("uninterested", "X");
     ASSERT_TRUE(queue.TryPush(MakeNotification(10, "A.B.C")));
     ASSERT_TRUE(queue.TryPush(MakeNotification(11, "A.B")));
@@ -244,7 +194,7 @@ TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotification
     Want("first", "A");
     Want("second", "A");
     Want("second", "B");
-    manager.RegisterNotificationDispatch(names.AddOrGetId("C"), NotificationDispatcherId(99));
+    dispatchTable.Add(names.AddOrGetId("C"), NotificationDispatcherId(99));
     auto thread = MakeThread();
     thread->Start();
     ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
@@ -261,39 +211,4 @@ TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotification
                 HasSubstr("Caught exception during notification dispatch: dispatcher first failed "
                           "(Kiv::InvalidOperationException)"));
     EXPECT_THAT(records[1].text, HasSubstr("NotificationDispatcherRepository:: tried to query unknown: 99"));
-}
-
-TEST_F(NotificationDispatcherManagerTest, EachRegistrationFetchesAFreshServiceByNameAndGetsANewId)
-{
-    EXPECT_THAT([&] { manager.RegisterDispatcher("Nobody"); },
-                ThrowsMessage<Kiv::InvalidOperationException>(
-                    "Could not retrieve service "
-                    "'Kiv::System::Nm::Services::Internal::INotificationDispatcherService' from service "
-                    "provider 'Nobody'."));
-    Publish("Wrong", [] { return new NotADispatcher; });
-    EXPECT_THAT([&] { manager.RegisterDispatcher("Wrong"); },
-                ThrowsMessage<Kiv::InvalidCastException>(
-                    "The service does not implement service interface "
-                    "'Kiv.System.Nm.Services.Internal.INotificationDispatcherService'."));
-
-    AddDispatcher("A");
-    const auto first = ids.at("A");
-    EXPECT_EQ(first, NotificationDispatcherId(1)) << "a refusal uses up no id";
-    const auto second = manager.RegisterDispatcher("A");
-    EXPECT_NE(manager.GetDispatcherRepository().GetService(first),
-              manager.GetDispatcherRepository().GetService(second));
-    manager.UnregisterDispatcher(second);
-    EXPECT_EQ(manager.RegisterDispatcher("A"), NotificationDispatcherId(3));
-
-    // Dispatch rows outlive their dispatcher until they are removed.
-    const NotificationNameId name(7);
-    manager.RegisterNotificationDispatch(name, first);
-    manager.UnregisterDispatcher(first);
-    EXPECT_TRUE(manager.ContainsNotificationDispatch(name, first));
-    manager.UnregisterNotificationDispatch(name, first);
-    EXPECT_FALSE(manager.HasDispatcherFor(name));
-    EXPECT_THAT([&] { manager.UnregisterNotificationDispatch(name, first); },
-                ThrowsMessage<Kiv::InvalidOperationException>(
-                    "NotificationDispatchingRepository: Tried to remove unknown: notificationNameId=7, "
-                    "dispatcherId=1"));
 }
