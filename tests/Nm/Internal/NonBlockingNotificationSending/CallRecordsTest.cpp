@@ -1,4 +1,7 @@
+// The records of the non-blocking path, and the ring buffer that holds them.
+
 #include <Nm/Internal/NonBlockingNotificationSending/FunctionCallVariant.h>
+#include <Nm/Internal/NonBlockingNotificationSending/RingBuffer.h>
 #include <Nm/NonBlockingNotificationRegistration3ArgumentsBufferBase.h>
 
 #include <Kiv/Exceptions.h>
@@ -137,5 +140,37 @@ TEST_F(CallRecordsTest, ARawPointerRecordHoldsTheArgumentsBufferAsLongAsItExists
     ASSERT_EQ(sent.size(), 2u);
     EXPECT_THAT(sent[0].payload, ElementsAre("30"));
     EXPECT_TRUE(sent[1].payload.empty());
+}
+
+TEST(RingBufferTest, IndicesWrapWhileOrderAndCountHoldAndARefusedItemKeepsItsContent)
+{
+    RingBuffer<std::unique_ptr<int>> ring(3);
+    int in = 0;
+    int out = 0;
+    while (out < 10)  // two in, one out: the indices wrap several times
+    {
+        for (int i = 0; i < 2 && in < 10; ++i)
+        {
+            auto item = std::make_unique<int>(in);
+            if (ring.TryPush(item))
+            {
+                EXPECT_EQ(item, nullptr);
+                ++in;
+            }
+            else
+            {
+                EXPECT_EQ(ring.GetCount(), 3u);
+                EXPECT_EQ(*item, in);
+            }
+        }
+        std::unique_ptr<int> taken;
+        ASSERT_TRUE(ring.TryPop(taken));
+        EXPECT_EQ(*taken, out++);
+        EXPECT_EQ(ring.GetCount(), static_cast<std::uint32_t>(in - out));
+    }
+    RingBuffer<std::unique_ptr<int>> none(0);
+    auto item = std::make_unique<int>(1);
+    EXPECT_FALSE(none.TryPush(item));
+    EXPECT_EQ(*item, 1);
 }
 }  // namespace
