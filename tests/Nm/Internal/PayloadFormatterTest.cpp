@@ -114,9 +114,7 @@ TEST(PayloadFormatterTest, EachRenderableCodeHasItsOwnText)
     using std::numeric_limits;
     const Kiv::DateTime time(Kiv::DateTime::UnixEpochTicks, Kiv::DateTimeKind::Utc);
     const std::vector<std::pair<Variant, std::string>> cases = {
-        {Variant(), ""},
         {true, "true"},
-        {false, "false"},
         {std::uint8_t{65}, "A"},
         {std::uint8_t{0}, std::string(1, '\0')},
         {std::int8_t{-1}, "\xFF"},
@@ -129,7 +127,6 @@ TEST(PayloadFormatterTest, EachRenderableCodeHasItsOwnText)
         {0.1, "0.1"},
         {1e20, "1e+20"},
         {0.1f, "0.10000000149011612"},  // widened before it is formatted
-        {"{0} stays", "{0} stays"},
         {Raw(36, "thirty-six"), "thirty-six"},
         {time, time.ToIso8601String()},
     };
@@ -137,7 +134,6 @@ TEST(PayloadFormatterTest, EachRenderableCodeHasItsOwnText)
     {
         EXPECT_EQ(PayloadFormatter::FormatValue(value), text) << value.GetType();
     }
-    EXPECT_EQ(Format({"{}|{}", true, std::uint8_t{66}}), "true|B");
 }
 
 TEST(PayloadFormatterTest, CodesWithoutAPayloadTextRaiseAndTheFirstSuchFieldDecides)

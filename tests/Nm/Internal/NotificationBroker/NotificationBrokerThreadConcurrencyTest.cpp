@@ -17,7 +17,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -31,66 +32,39 @@ using ::testing::HasSubstr;
 
 namespace
 {
-/// What the fake dispatchers share: the deliveries in the order the broker thread made them, each as
-/// "<dispatcher> <notification id>: <name ids>".
-struct Shared
-{
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::vector<std::string> deliveries;
-};
+using DispatchFunction = std::function<void(const Notification&, const std::vector<std::uint32_t>&)>;
 
-/// A dispatcher service that records its calls; it can hold the broker thread in Dispatch until
-/// released, or throw.
+/// A dispatcher service that hands each call to a function of the test.
 class FakeDispatcher : public Services::Internal::INotificationDispatcherService
 {
 public:
-    FakeDispatcher(std::string name, Shared& shared) : name(std::move(name)), shared(shared) {}
-
+    explicit FakeDispatcher(DispatchFunction dispatch) : dispatch(std::move(dispatch)) {}
     void Dispatch(const Notification& notification, const std::vector<std::uint32_t>& nameIds) override
     {
-        std::unique_lock<std::mutex> lock(shared.mutex);
-        ++entered;
-        shared.changed.wait(lock, [this] { return !holding; });
-        if (throwing)
-        {
-            throw Kiv::InvalidOperationException("dispatcher {0} failed", name);
-        }
-        shared.deliveries.push_back(
-            fmt::format("{} {}: {}", name, notification.GetId(), fmt::join(nameIds, " ")));
+        dispatch(notification, nameIds);
     }
-
-    void Hold(bool hold = true)
-    {
-        std::lock_guard<std::mutex> lock(shared.mutex);
-        holding = hold;
-        shared.changed.notify_all();
-    }
-
-    int Entered()
-    {
-        std::lock_guard<std::mutex> lock(shared.mutex);
-        return entered;
-    }
-
-    bool throwing = false;
 
 private:
-    std::string name;
-    Shared& shared;
-    bool holding = false;
-    int entered = 0;
+    DispatchFunction dispatch;
 };
 
 template <std::uint32_t Capacity>
 class BrokerThreadFixture : public ::testing::Test
 {
 protected:
-    FakeDispatcher& AddDispatcher(const std::string& name)
+    /// Its deliveries are kept as "<dispatcher> <notification id>: <name ids>"; `first` runs before.
+    void AddDispatcher(
+        const std::string& name, std::function<void()> first = [] {})
     {
-        auto service = std::make_shared<FakeDispatcher>(name, shared);
+        auto service = std::make_shared<FakeDispatcher>(
+            [this, name, first](const Notification& notification, const std::vector<std::uint32_t>& nameIds)
+            {
+                first();
+                std::lock_guard<std::mutex> lock(mutex);
+                deliveries.push_back(
+                    fmt::format("{} {}: {}", name, notification.GetId(), fmt::join(nameIds, " ")));
+            });
         ids[name] = dispatchers.Add(name.c_str(), service);
-        return *service;
     }
 
     void Want(const std::string& dispatcher, const char* name)
@@ -112,11 +86,12 @@ protected:
 
     std::vector<std::string> Deliveries()
     {
-        std::lock_guard<std::mutex> lock(shared.mutex);
-        return shared.deliveries;
+        std::lock_guard<std::mutex> lock(mutex);
+        return deliveries;
     }
 
-    Shared shared;
+    std::mutex mutex;
+    std::vector<std::string> deliveries;
     std::map<std::string, NotificationDispatcherId> ids;
     NotificationNameRepository names;
     NotificationDispatcherRepository dispatchers;
@@ -149,13 +124,20 @@ TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTh
 
 TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlaceAndAStopDeliversAllQueued)
 {
-    auto& dispatcher = AddDispatcher("slow");
+    std::atomic<int> entered{0};
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    AddDispatcher("slow",
+                  [&]
+                  {
+                      ++entered;
+                      released.wait();
+                  });
     Want("slow", "A");
-    dispatcher.Hold();
     auto thread = MakeThread();
     thread->Start();
     ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    ASSERT_TRUE(WaitFor([&] { return dispatcher.Entered() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return entered == 1; }));
     EXPECT_TRUE(queue.TryPush(MakeNotification(2, "A")));
     EXPECT_FALSE(queue.TryPush(MakeNotification(3, "A")));
 
@@ -168,7 +150,7 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlac
         });
     // The stop marker can't get into the full queue while delivery is held.
     EXPECT_FALSE(stopped.load());
-    dispatcher.Hold(false);
+    release.set_value();
     stopper.join();
     EXPECT_THAT(Deliveries(), ElementsAre("slow 1: 1", "slow 2: 1"));
 }
@@ -193,7 +175,7 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBe
 TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotificationAndIsLogged)
 {
     CapturingSink log;
-    AddDispatcher("first").throwing = true;
+    AddDispatcher("first", [] { throw Kiv::InvalidOperationException("dispatcher first failed"); });
     AddDispatcher("second");
     Want("first", "A");
     Want("second", "A");
