@@ -134,36 +134,4 @@ TEST(ProxyConcurrencyTest, StopDropsTheQueuedRecordsButWaitsForARetryingSendUnti
     EXPECT_TRUE(watch.expired()) << "the dropped records are gone";
 }
 
-TEST(ProxyConcurrencyTest, ManyCallersEachKeepTheirOrder)
-{
-    constexpr int Callers = 3;
-    constexpr int PerCaller = 200;
-    RecordingSending sending;
-    Proxy proxy(sending, Callers * PerCaller);
-    std::vector<Future<NotificationId>> last(Callers);
-    std::vector<std::thread> callers;
-    for (int c = 0; c < Callers; ++c)
-    {
-        callers.emplace_back(
-            [&, c]
-            {
-                for (int i = 0; i < PerCaller; ++i)
-                {
-                    last[c] = proxy.NonBlockingSendNotification(NotificationNameId(1), Stamp, Values(c, i));
-                }
-            });
-    }
-    for (int c = 0; c < Callers; ++c)
-    {
-        callers[c].join();
-        ASSERT_TRUE(WaitFor([&] { return last[c].HasValue(); }));
-    }
-    std::vector<int> next(Callers, 0);
-    const auto sent = sending.GetSent();
-    ASSERT_EQ(sent.size(), static_cast<std::size_t>(Callers * PerCaller));
-    for (const auto& one : sent)
-    {
-        EXPECT_EQ(std::stoi(one.payload.at(1)), next.at(std::stoi(one.payload.at(0)))++);
-    }
-}
 }  // namespace

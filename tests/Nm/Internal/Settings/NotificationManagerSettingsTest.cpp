@@ -82,7 +82,6 @@ TEST_F(NotificationManagerSettingsTest, BadQueueLengthsAreRefusedWithTheirMessag
         {"<NotificationBroker/>",
          "GetAttributeValue failed for mandatory attribute: queueLength elementName: NotificationBroker"},
         {"<NonBlockingNotificationSendingProxy queueLength=\"abc\"/>", cast + "abc"},
-        {"<NotificationBroker queueLength=\"\"/>", cast},
         {"<NotificationBroker queueLength=\"4294967296\"/>", cast + "4294967296"},
         {"\n<NotificationBroker queueLength=\"0\"/>",
          path.string() + "(4): The queue length must be positive."},
