@@ -2,6 +2,7 @@
 
 #include <Kiv/Exceptions.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -76,19 +77,11 @@ TEST(PayloadFormatterTest, ABadFormatStringRaisesAfterTheFieldsAreRendered)
 {
     for (const char* format : {"{", "{2}", "{}{0}", "{:d}"})
     {
-        std::string reason;
-        try
-        {
-            (void)fmt::format(fmt::runtime(format), "a", "b");
-        }
-        catch (const fmt::format_error& e)
-        {
-            reason = e.what();
-        }
-        ASSERT_FALSE(reason.empty()) << format;
-        EXPECT_EQ(Format({format, "a", "b"}),
-                  "Kiv::Exception: Invalid String::Format(..) operation occurs with format string '" +
-                      std::string(format) + "': " + reason);
+        EXPECT_THAT(Format({format, "a", "b"}),
+                    ::testing::StartsWith("Kiv::Exception: Invalid String::Format(..) operation occurs with "
+                                          "format string '" +
+                                          std::string(format) + "': "))
+            << format;
     }
     EXPECT_EQ(Format({"{", Raw(24)}), Unsupported("Version"));
 }

@@ -113,32 +113,29 @@ TEST_F(CallRecordsTest, ARefusedSendIsRetriedWithTheSamePayloadBuiltOnceAndDoubl
     EXPECT_TRUE(sending.GetSent().back().payload.empty());
 }
 
-TEST(RingBufferTest, IndicesWrapWhileOrderAndCountHoldAndARefusedItemKeepsItsContent)
+TEST(RingBufferTest, ItemsComeOutInOrderAcrossTheWrapAndARefusedItemKeepsItsContent)
 {
     RingBuffer<std::unique_ptr<int>> ring(3);
-    int in = 0;
+    std::unique_ptr<int> taken;
     int out = 0;
-    while (out < 10)  // two in, one out: the indices wrap several times
+    for (int in = 0; in < 10; ++in)  // fill up, be refused, take two: the indices wrap several times
     {
-        for (int i = 0; i < 2 && in < 10; ++i)
+        auto item = std::make_unique<int>(in);
+        while (!ring.TryPush(item))
         {
-            auto item = std::make_unique<int>(in);
-            if (ring.TryPush(item))
+            ASSERT_EQ(*item, in);
+            EXPECT_EQ(ring.GetCount(), 3u);
+            for (int i = 0; i < 2 && ring.TryPop(taken); ++i)
             {
-                EXPECT_EQ(item, nullptr);
-                ++in;
-            }
-            else
-            {
-                EXPECT_EQ(ring.GetCount(), 3u);
-                EXPECT_EQ(*item, in);
+                EXPECT_EQ(*taken, out++);
             }
         }
-        std::unique_ptr<int> taken;
-        ASSERT_TRUE(ring.TryPop(taken));
-        EXPECT_EQ(*taken, out++);
-        EXPECT_EQ(ring.GetCount(), static_cast<std::uint32_t>(in - out));
     }
+    while (ring.TryPop(taken))
+    {
+        EXPECT_EQ(*taken, out++);
+    }
+    EXPECT_EQ(out, 10);
     RingBuffer<std::unique_ptr<int>> none(0);
     auto item = std::make_unique<int>(1);
     EXPECT_FALSE(none.TryPush(item));

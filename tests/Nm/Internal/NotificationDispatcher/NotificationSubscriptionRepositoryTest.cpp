@@ -42,7 +42,7 @@ TEST(NotificationSubscriptionRepositoryTest, SubscribersComeOnceInSubscriptionOr
     EXPECT_THAT(repository.GetSubscribedNotificationNameIds(D), ::testing::UnorderedElementsAre(One, Two));
 }
 
-TEST(NotificationSubscriptionRepositoryTest, MisuseIsRefusedAndLeavesTheTableAndCounterAlone)
+TEST(NotificationSubscriptionRepositoryTest, MisuseIsRefusedAndLeavesTheTableAlone)
 {
     NotificationSubscriptionRepository repository;
     repository.AddSubscription(One, A);
