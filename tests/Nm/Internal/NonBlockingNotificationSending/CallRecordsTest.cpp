@@ -27,23 +27,9 @@ using Payload = std::vector<TulVariant<512>>;
 
 std::vector<unsigned int> pauses;
 
-class CallRecordsTest : public ::testing::Test
+TEST(CallRecordsTest, AFailureIsKeptAsTheMostSpecialOfTheThreeTypesAndNotRetried)
 {
-protected:
-    void SetUp() override
-    {
-        pauses.clear();
-        previousSleep =
-            SendNotificationCall::SetSleepFunction([](unsigned int pause) { pauses.push_back(pause); });
-    }
-    void TearDown() override { SendNotificationCall::SetSleepFunction(previousSleep); }
-
     RecordingSending sending;
-    SendNotificationCall::SleepFunction previousSleep = nullptr;
-};
-
-TEST_F(CallRecordsTest, AFailureIsKeptAsTheMostSpecialOfTheThreeTypesAndNotRetried)
-{
     // What each failure is raised as when the Future is read.
     const std::vector<std::pair<std::function<void()>, std::string>> rows = {
         {[] { throw Kiv::ArgumentOutOfRangeException("out of range"); },
@@ -83,8 +69,11 @@ TEST_F(CallRecordsTest, AFailureIsKeptAsTheMostSpecialOfTheThreeTypesAndNotRetri
     EXPECT_TRUE(unregister.GetFuture().IsValid() && !unregister.GetFuture().HasValue());
 }
 
-TEST_F(CallRecordsTest, ARefusedSendIsRetriedWithTheSamePayloadBuiltOnceAndDoublingPausesUpTo256)
+TEST(CallRecordsTest, ARefusedSendIsRetriedWithTheSamePayloadBuiltOnceAndDoublingPausesUpTo256)
 {
+    RecordingSending sending;
+    const auto previous =
+        SendNotificationCall::SetSleepFunction([](unsigned int pause) { pauses.push_back(pause); });
     int built = 0;
     sending.RefuseSends(12);
     SendNotificationCallCreatePayloadStdFunction call(NotificationNameId(7), Stamp,
@@ -111,6 +100,7 @@ TEST_F(CallRecordsTest, ARefusedSendIsRetriedWithTheSamePayloadBuiltOnceAndDoubl
     null.Execute(sending);
     EXPECT_EQ(null.GetFuture().GetValue(), NotificationId(101));
     EXPECT_TRUE(sending.GetSent().back().payload.empty());
+    SendNotificationCall::SetSleepFunction(previous);
 }
 
 TEST(RingBufferTest, ItemsComeOutInOrderAcrossTheWrapAndARefusedItemKeepsItsContent)

@@ -47,17 +47,14 @@ protected:
         std::filesystem::temp_directory_path() / ("nm-settings-" + std::to_string(getpid()) + ".xml");
 };
 
-TEST_F(NotificationManagerSettingsTest, DefaultsComeFromAnEmptyPathOrAnEmptyDocument)
+TEST_F(NotificationManagerSettingsTest, DefaultsStandUnlessAnElementSaysOtherwiseAndTheLastOneWins)
 {
     for (const auto& settings : {NotificationManagerSettings::LoadFromFile(""), Load("")})
     {
         EXPECT_EQ(settings.GetNotificationBrokerQueueLength(), 1024u);
         EXPECT_EQ(settings.GetNonBlockingNotificationSendingProxyQueueLength(), 128u);
     }
-}
-
-TEST_F(NotificationManagerSettingsTest, ElementsAreReadInAnyOrderTheLastStandsAndUnknownOnesAreSkipped)
-{
+    // Elements come in any order, and an unknown one is skipped with what it holds.
     Kiv::System::Commons::Logging::CapturingSink sink;
     const auto full = Load(
         "<Unknown><NotificationBroker queueLength=\"9\"/></Unknown>\n"
