@@ -10,10 +10,13 @@
 
 #include <Support/WaitFor.h>
 
+#include <fmt/ranges.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <condition_variable>
+#include <atomic>
+#include <functional>
+#include <future>
 #include <mutex>
 #include <thread>
 
@@ -27,100 +30,39 @@ using ::testing::HasSubstr;
 
 namespace
 {
-struct DispatchCall
-{
-    std::string dispatcher;
-    std::uint64_t notificationId;
-    std::vector<std::uint32_t> nameIds;
-};
+using DispatchFunction = std::function<void(const Notification&, const std::vector<std::uint32_t>&)>;
 
-/// Everything the fake dispatchers were asked to deliver, in the order the broker thread asked.
-class Journal
-{
-public:
-    void Add(DispatchCall call)
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        calls.push_back(std::move(call));
-    }
-
-    std::vector<DispatchCall> Get() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return calls;
-    }
-
-    std::size_t Count() const
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return calls.size();
-    }
-
-private:
-    mutable std::mutex mutex;
-    std::vector<DispatchCall> calls;
-};
-
-/// A dispatcher service that records its calls; it can be made to hold the broker thread in Dispatch
-/// until released, or to throw.
+/// A dispatcher service that hands each call to a function of the test.
 class FakeDispatcher : public Services::Internal::INotificationDispatcherService
 {
 public:
-    FakeDispatcher(std::string name, Journal& journal) : name(std::move(name)), journal(journal) {}
-
+    explicit FakeDispatcher(DispatchFunction dispatch) : dispatch(std::move(dispatch)) {}
     void Dispatch(const Notification& notification, const std::vector<std::uint32_t>& nameIds) override
     {
-        std::unique_lock<std::mutex> lock(mutex);
-        ++entered;
-        released.wait(lock, [this] { return !holding; });
-        lock.unlock();
-        if (throwing)
-        {
-            throw Kiv::InvalidOperationException("dispatcher {0} failed", name);
-        }
-        journal.Add({name, notification.GetId().GetValue(), nameIds});
+        dispatch(notification, nameIds);
     }
-
-    void Hold()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        holding = true;
-    }
-
-    void Release()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        holding = false;
-        released.notify_all();
-    }
-
-    int Entered()
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        return entered;
-    }
-
-    bool throwing = false;
 
 private:
-    std::string name;
-    Journal& journal;
-    std::mutex mutex;
-    std::condition_variable released;
-    bool holding = false;
-    int entered = 0;
+    DispatchFunction dispatch;
 };
 
-class NotificationBrokerThreadTest : public ::testing::Test
+template <std::uint32_t Capacity>
+class BrokerThreadFixture : public ::testing::Test
 {
 protected:
-    explicit NotificationBrokerThreadTest(std::uint32_t capacity = 16) : queue(capacity) {}
-
-    std::shared_ptr<FakeDispatcher> AddDispatcher(const std::string& name)
+    /// Its deliveries are kept as "<dispatcher> <notification id>: <name ids>"; `first` runs before.
+    void AddDispatcher(
+        const std::string& name, std::function<void()> first = [] {})
     {
-        auto service = std::make_shared<FakeDispatcher>(name, journal);
+        auto service = std::make_shared<FakeDispatcher>(
+            [this, name, first](const Notification& notification, const std::vector<std::uint32_t>& nameIds)
+            {
+                first();
+                std::lock_guard<std::mutex> lock(mutex);
+                deliveries.push_back(
+                    fmt::format("{} {}: {}", name, notification.GetId(), fmt::join(nameIds, " ")));
+            });
         ids[name] = dispatchers.Add(name.c_str(), service);
-        return service;
     }
 
     void Want(const std::string& dispatcher, const char* name)
@@ -140,75 +82,77 @@ protected:
         return std::make_unique<NotificationBrokerThread>(names, dispatchers, dispatchTable, queue);
     }
 
+    std::vector<std::string> Deliveries()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return deliveries;
+    }
+
+    std::mutex mutex;
+    std::vector<std::string> deliveries;
+    std::map<std::string, NotificationDispatcherId> ids;
     NotificationNameRepository names;
     NotificationDispatcherRepository dispatchers;
     NotificationDispatchingRepository dispatchTable;
-    ThreadSafeQueue<Notification> queue;
-    Journal journal;
-    std::map<std::string, NotificationDispatcherId> ids;
+    ThreadSafeQueue<Notification> queue{Capacity};
 };
 
-class NotificationBrokerThreadCapacityOneTest : public NotificationBrokerThreadTest
-{
-protected:
-    NotificationBrokerThreadCapacityOneTest() : NotificationBrokerThreadTest(1) {}
-};
+using NotificationBrokerThreadTest = BrokerThreadFixture<16>;
+using NotificationBrokerThreadCapacityOneTest = BrokerThreadFixture<1>;
 }  // namespace
 
-TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdWithTheWantedAncestors)
+TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdAndAFailureCostsOnlyItsNotification)
 {
+    CapturingSink log;
+    AddDispatcher("failing", [] { throw Kiv::InvalidOperationException("dispatcher failing failed"); });
     AddDispatcher("first");
     AddDispatcher("second");
-    AddDispatcher("uninterested");
     Want("second", "A.B.C");
     Want("first", "A.B");
     Want("first", "A");
-    Want("uninterested", "X");
+    Want("failing", "Z");
+    Want("second", "Z");
+    Want("second", "B");
+    dispatchTable.Add(names.AddOrGetId("C"), NotificationDispatcherId(99));
+    for (const auto& [id, name] : std::vector<std::pair<int, const char*>>{
+             {10, "A.B.C"}, {11, "A.B"}, {12, "Q"}, {13, "Z"}, {14, "C"}, {15, "B"}})
+    {
+        ASSERT_TRUE(queue.TryPush(MakeNotification(id, name)));
+    }
     auto thread = MakeThread();
     thread->Start();
-    ASSERT_TRUE(queue.TryPush(MakeNotification(10, "A.B.C")));
-    ASSERT_TRUE(queue.TryPush(MakeNotification(11, "A.B")));
-    ASSERT_TRUE(queue.TryPush(MakeNotification(12, "Q")));
     thread.reset();
 
-    const auto calls = journal.Get();
-    ASSERT_EQ(calls.size(), 3u);
-    EXPECT_EQ(calls[0].dispatcher, "first");
-    EXPECT_EQ(calls[0].notificationId, 10u);
-    EXPECT_THAT(calls[0].nameIds, ElementsAre(1u, 2u));
-    EXPECT_EQ(calls[1].dispatcher, "second");
-    EXPECT_THAT(calls[1].nameIds, ElementsAre(3u));
-    EXPECT_EQ(calls[2].dispatcher, "first");
-    EXPECT_EQ(calls[2].notificationId, 11u);
-    EXPECT_THAT(calls[2].nameIds, ElementsAre(1u, 2u));
+    // Name ids: A 1, A.B 2, A.B.C 3, Z 4, B 5. The dispatcher behind the failing one misses 13.
+    EXPECT_THAT(Deliveries(), ElementsAre("first 10: 1 2", "second 10: 3", "first 11: 1 2", "second 15: 5"));
+    const auto records = log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBrokerThread");
+    ASSERT_EQ(records.size(), 2u);
+    EXPECT_EQ(records[0].level, 3);
+    EXPECT_THAT(records[0].text,
+                HasSubstr("Caught exception during notification dispatch: dispatcher failing failed "
+                          "(Kiv::InvalidOperationException)"));
+    EXPECT_THAT(records[1].text, HasSubstr("NotificationDispatcherRepository:: tried to query unknown: 99"));
 }
 
-TEST_F(NotificationBrokerThreadCapacityOneTest, AnElementBeingDeliveredNoLongerCountsAgainstTheCapacity)
+TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlaceAndAStopDeliversAllQueued)
 {
-    auto dispatcher = AddDispatcher("slow");
+    std::atomic<int> entered{0};
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    AddDispatcher("slow",
+                  [&]
+                  {
+                      ++entered;
+                      released.wait();
+                  });
     Want("slow", "A");
-    dispatcher->Hold();
     auto thread = MakeThread();
     thread->Start();
     ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    ASSERT_TRUE(WaitFor([&] { return dispatcher->Entered() == 1; }));
+    ASSERT_TRUE(WaitFor([&] { return entered == 1; }));
     EXPECT_TRUE(queue.TryPush(MakeNotification(2, "A")));
     EXPECT_FALSE(queue.TryPush(MakeNotification(3, "A")));
-    dispatcher->Release();
-    thread.reset();
-    EXPECT_EQ(journal.Count(), 2u);
-}
-
-TEST_F(NotificationBrokerThreadCapacityOneTest, StopBehindAFullQueueStillDeliversEverythingQueued)
-{
-    auto dispatcher = AddDispatcher("slow");
-    Want("slow", "A");
-    dispatcher->Hold();
-    auto thread = MakeThread();
-    thread->Start();
-    ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    ASSERT_TRUE(WaitFor([&] { return dispatcher->Entered() == 1; }));
-    ASSERT_TRUE(queue.TryPush(MakeNotification(2, "A")));
+    EXPECT_FALSE(ThreadSafeQueue<int>(0).TryPush(std::make_shared<int>(1))) << "a capacity of 0 refuses all";
 
     std::atomic<bool> stopped{false};
     std::thread stopper(
@@ -219,70 +163,24 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, StopBehindAFullQueueStillDeliver
         });
     // The stop marker can't get into the full queue while delivery is held.
     EXPECT_FALSE(stopped.load());
-    dispatcher->Release();
+    release.set_value();
     stopper.join();
-    const auto calls = journal.Get();
-    ASSERT_EQ(calls.size(), 2u);
-    EXPECT_EQ(calls[0].notificationId, 1u);
-    EXPECT_EQ(calls[1].notificationId, 2u);
-}
-
-TEST_F(NotificationBrokerThreadTest, ANeverStartedThreadDeliversNothingAndStopsAtOnce)
-{
-    AddDispatcher("d");
-    Want("d", "A");
-    auto notification = MakeNotification(1, "A");
-    ASSERT_TRUE(queue.TryPush(notification));
-    MakeThread().reset();
-    EXPECT_EQ(journal.Count(), 0u);
-    EXPECT_EQ(queue.Pop(), notification);
-    EXPECT_EQ(queue.Pop(), nullptr) << "the stop marker stays behind the undelivered notification";
+    EXPECT_THAT(Deliveries(), ElementsAre("slow 1: 1", "slow 2: 1"));
 }
 
 TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBehindAFullQueue)
 {
     // As a broker whose dispatching never started is disposed after its queue filled up.
-    ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    auto thread = MakeThread();
+    auto notification = MakeNotification(1, "A");
+    ASSERT_TRUE(queue.TryPush(notification));
     std::atomic<bool> stopped{false};
     std::thread stopper(
         [&]
         {
-            thread.reset();
+            MakeThread().reset();
             stopped = true;
         });
     EXPECT_TRUE(WaitFor([&] { return stopped.load(); }));
-    if (!stopped)
-    {
-        queue.Pop();  // makes room for a waiting stop marker, so that the test ends
-    }
+    EXPECT_EQ(queue.Pop(), notification) << "nothing was taken";  // also makes room for a waiting stop
     stopper.join();
-}
-
-TEST_F(NotificationBrokerThreadTest, AFailingDispatcherCostsOnlyThatNotificationAndIsLogged)
-{
-    CapturingSink log;
-    AddDispatcher("first")->throwing = true;
-    AddDispatcher("second");
-    Want("first", "A");
-    Want("second", "A");
-    Want("second", "B");
-    dispatchTable.Add(names.AddOrGetId("C"), NotificationDispatcherId(99));
-    auto thread = MakeThread();
-    thread->Start();
-    ASSERT_TRUE(queue.TryPush(MakeNotification(1, "A")));
-    ASSERT_TRUE(queue.TryPush(MakeNotification(2, "C")));
-    ASSERT_TRUE(queue.TryPush(MakeNotification(3, "B")));
-    thread.reset();
-
-    const auto calls = journal.Get();
-    ASSERT_EQ(calls.size(), 1u) << "the dispatcher behind the failing one misses notification 1";
-    EXPECT_EQ(calls[0].notificationId, 3u);
-    const auto records = log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBrokerThread");
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].level, 3);
-    EXPECT_THAT(records[0].text,
-                HasSubstr("Caught exception during notification dispatch: dispatcher first failed "
-                          "(Kiv::InvalidOperationException)"));
-    EXPECT_THAT(records[1].text, HasSubstr("NotificationDispatcherRepository:: tried to query unknown: 99"));
 }

@@ -1,0 +1,261 @@
+// The tables of the broker (names, payload types, registration rows, dispatch rows, and the registration
+// manager that validates before it changes names and rows) and the dispatcher's subscription table.
+
+#include <Nm/Internal/NotificationBroker/NotificationDispatchingRepository.h>
+#include <Nm/Internal/NotificationBroker/NotificationNameRepository.h>
+#include <Nm/Internal/NotificationBroker/NotificationRegistrationManager.h>
+#include <Nm/Internal/NotificationBroker/NotificationRepository.h>
+#include <Nm/Internal/NotificationBroker/PayloadTypeRepository.h>
+#include <Nm/Internal/NotificationDispatcher/NotificationSubscriptionRepository.h>
+
+#include <Kiv/Exceptions.h>
+
+#include "Support/StringPrinter.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <array>
+#include <functional>
+
+using namespace Kiv::System::Nm;
+using namespace Kiv::System::Nm::Internal::NotificationBroker;
+using Kiv::System::Nm::Internal::NotificationDispatcher::NotificationSubscriptionRepository;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+using ::testing::ThrowsMessage;
+using Status = NotificationRegistrationStatus;
+using Rows = std::vector<std::pair<std::function<void()>, std::string>>;
+
+namespace
+{
+const PayloadTypeId Payload(3);
+const std::string Argument = "Kiv::ArgumentException: ";
+const std::string Operation = "Kiv::InvalidOperationException: ";
+
+/// Runs each call and compares the type and message of what it raises with the row's text.
+void ExpectRefusals(const Rows& rows)
+{
+    for (const auto& [call, expected] : rows)
+    {
+        std::string raised = "nothing raised";
+        try
+        {
+            call();
+        }
+        catch (const Kiv::Exception& e)
+        {
+            raised = e.GetTypeName() + ": " + e.GetMessage();
+        }
+        EXPECT_EQ(raised, expected);
+    }
+}
+}  // namespace
+
+TEST(NotificationNameRepositoryTest, ADeepNameMakesItsAncestorsFirstAndTheTablesRaiseTheirHookTexts)
+{
+    NotificationNameRepository names;
+    NotificationDispatchingRepository dispatchTable;
+    dispatchTable.Add(NotificationNameId(1), NotificationDispatcherId(2));
+    PayloadTypeRepository types;
+    EXPECT_EQ(names.Add("A.B.C"), NotificationNameId(3));
+    EXPECT_EQ(names.GetFullName(NotificationNameId(2)), "A.B");
+    EXPECT_THAT(names.GetMatchingIds(NotificationNameId(3)),
+                ElementsAre(NotificationNameId(1), NotificationNameId(2), NotificationNameId(3)));
+    EXPECT_TRUE(names.HasChildren(NotificationNameId(1)));
+
+    ExpectRefusals({
+        {[&] { names.Add("A"); },
+         Operation + "NotificationNameRepository: Tried to add duplicate notification name: A"},
+        {[&] { names.GetMatchingIds(NotificationNameId(99)); },
+         Operation + "NotificationNameRepository: Repository does not contain id=99"},
+        {[&] { names.GetId("Q"); },
+         Operation + "NotificationNameRepository: tried to query unknown notification name: Q"},
+        {[&] { names.Remove(NotificationNameId(1)); },
+         Operation + "NotificationNameRepository: Tried to remove id=1, but it has children!"},
+        {[&] { dispatchTable.Add(NotificationNameId(1), NotificationDispatcherId(2)); },
+         Operation + "NotificationDispatchingRepository: Tried to add duplicate: notificationNameId=1, "
+                     "dispatcherId=2"},
+        {[&] { types.GetPayloadTypeId(""); },
+         Argument + "The supplied payload type name is invalid. (argument 'payloadTypeName', value '')"},
+    });
+    EXPECT_EQ(names.AddOrGetId("A"), NotificationNameId(1));
+    EXPECT_EQ(names.Add("X"), NotificationNameId(4)) << "neither a refusal nor a look-up uses up an id";
+}
+
+TEST(PayloadTypeRepositoryTest, AskingIsRegisteringUntilTheIdsRunOut)
+{
+    PayloadTypeRepository types;
+    for (int i = 1; i <= 65535; ++i)
+    {
+        ASSERT_EQ(types.GetPayloadTypeId("T" + std::to_string(i)),
+                  PayloadTypeId(static_cast<std::uint16_t>(i)));
+    }
+    EXPECT_EQ(types.GetPayloadTypeId("T1"), PayloadTypeId(1));
+    EXPECT_EQ(types.GetPayloadTypeName(PayloadTypeId(2)), "T2");
+    // Once wrapped, the generator stays at the invalid id.
+    EXPECT_EQ(types.GetPayloadTypeId("OneTooMany"), PayloadTypeId(0));
+    EXPECT_EQ(types.GetPayloadTypeId("TwoTooMany"), PayloadTypeId(0));
+    EXPECT_THROW(types.GetPayloadTypeName(PayloadTypeId(0)), Kiv::ArgumentException);
+}
+
+TEST(NotificationRepositoryTest, RowsMoveBetweenTheStatesTheirHookTextsGuard)
+{
+    NotificationRepository table;
+    const NotificationNameId registered(1), withdrawn(2), subscribed(3), other(4), unknown(7);
+    const auto registerRow =
+        [&](NotificationNameId id, const char* name, const char* sender, Severity severity = Severity::Info)
+    { table.RegisterNotification(id, name, sender, severity, Payload); };
+    registerRow(registered, "R", "S");
+    registerRow(withdrawn, "U", "S");
+    table.UnregisterNotification(withdrawn);
+    table.SubscribeNotification(subscribed, "W");
+    table.SubscribeNotification(other, "O");
+    const std::string prefix = Operation + "NotificationRepository: Tried to ";
+    const std::string changed = "register a loaded or unregistered notification with changed parameters. ";
+    ExpectRefusals({
+        {[&] { registerRow(registered, "R", "S"); },
+         prefix + "register already registered NotificationNameId=1."},
+        {[&] { registerRow(withdrawn, "U", "S", Severity::Error); },
+         prefix + changed + "NotificationNameId=2"},
+        {[&] { registerRow(withdrawn, "U", "Other"); }, prefix + changed + "NotificationNameId=2"},
+        {[&] { registerRow(other, "Another", "S"); }, prefix + changed + "NotificationNameId=4"},
+        {[&] { table.UnregisterNotification(subscribed); },
+         prefix + "unregister NotificationNameId=3 that has not been registered."},
+        {[&] { table.SubscribeNotification(withdrawn, "U"); },
+         prefix + "load already known NotificationNameId=2."},
+        {[&] { table.RemoveNotification(unknown); }, prefix + "remove an unknown NotificationNameId=7."},
+        {[&] { table.RemoveNotification(registered); },
+         prefix + "remove an NotificationNameId=1 that had not been unregistered."},
+        {[&] { table.GetStatus(unknown); }, prefix + "query unknown NotificationNameId=7."},
+    });
+    EXPECT_EQ(table.GetSeverity(withdrawn), Severity::Info) << "a refused registration changes nothing";
+}
+
+namespace
+{
+class NotificationRegistrationManagerTest : public ::testing::Test
+{
+protected:
+    NotificationNameId Register(const char* name, const char* sender = "S",
+                                Severity severity = Severity::Info)
+    {
+        return manager.RegisterNotification(name, sender, severity, Payload);
+    }
+
+    NotificationRegistrationManager manager;
+};
+}  // namespace
+
+TEST_F(NotificationRegistrationManagerTest, RegistrationMakesTheNameWithItsParentsAndARegisteredRow)
+{
+    const NotificationNameId id = Register("A.B", "Sender", Severity::Emerge);
+    EXPECT_EQ(id, NotificationNameId(2));
+    EXPECT_EQ(manager.GetNotificationRegistration(id).GetPayloadTypeId(), Payload);
+    EXPECT_TRUE(manager.GetNotificationRegistration(id).IsRegistered());
+    EXPECT_TRUE(manager.GetNotificationRegistration(NotificationNameId(1)).IsSubscribed())
+        << "a parent without row";
+    EXPECT_FALSE(manager.IsNotificationNameIdKnown(NotificationNameId(1)));
+
+    // Only an empty name and a trailing dot are malformed.
+    EXPECT_EQ(manager.GetNotificationName(Register("A..B")), "A..B");
+    EXPECT_EQ(manager.GetNotificationName(Register(".C")), "C") << "a top-level node under an empty parent";
+
+    // Withdrawn, the name keeps its id and comes back with the same parameters only.
+    manager.UnregisterNotification(id);
+    EXPECT_TRUE(manager.GetNotificationRegistration(id).IsUnRegistered());
+    EXPECT_THROW(manager.UnregisterNotification(id), Kiv::ArgumentException);
+    EXPECT_THROW(Register("A.B", "Sender", Severity::Error), Kiv::InvalidOperationException);
+    EXPECT_EQ(Register("A.B", "Sender", Severity::Emerge), id);
+    EXPECT_TRUE(manager.GetNotificationRegistration(id).IsRegistered());
+}
+
+TEST_F(NotificationRegistrationManagerTest, MisuseIsRefusedWithItsMessageBeforeAnythingChanges)
+{
+    const NotificationNameId registered = Register("A.B", "First", Severity::Warning);
+    const NotificationNameId subscribed = manager.AddOrGetNotificationNameId("X");
+    manager.AddSubscribedRegistrationIfNotRegistered(subscribed, "X");
+    const auto severity = static_cast<Severity>(7);
+    ExpectRefusals({
+        {[&] { Register("N."); },
+         Argument + "The supplied notification name is invalid. (argument 'notificationName', value 'N.')"},
+        {[&] { manager.AddOrGetNotificationNameId(""); },
+         Argument + "The supplied notification name is invalid. (argument 'notificationName', value '')"},
+        {[&] { Register("N.B", ""); },
+         Argument + "The supplied sender name is invalid. (argument 'senderName', value '')"},
+        {[&] { Register("N.B", "S", severity); },
+         Argument + "The supplied severity is invalid. (argument 'severity', value '7')"},
+        {[&] { Register("A.B", "First", Severity::Warning); },
+         Argument + "This notification is already registered by \"First\". (argument 'notificationName', "
+                    "value 'A.B')"},
+        {[&] { manager.UnregisterNotification(subscribed); },
+         Argument + "The referenced notification \"X\" is not registered. You cannot unregister it. "
+                    "(argument 'notificationNameId', value '3')"},
+        {[&] { manager.IsNotificationNameIdKnown(NotificationNameId(0)); },
+         Argument +
+             "The supplied notification name id is invalid. (argument 'notificationNameId', value '0')"},
+        {[&] { manager.GetNotificationRegistration(NotificationNameId(9)); },
+         Argument +
+             "The supplied notification name id is unknown. (argument 'notificationNameId', value '9')"},
+        {[&] { manager.GetNotificationNameIdsByStatus(static_cast<Status>(3)); },
+         Argument + "The supplied status is invalid. (argument 'status', value '3')"},
+    });
+    EXPECT_FALSE(manager.GetNotificationNames().Contains(Kiv::String("N")));
+    EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSenderName(), "First");
+    EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSeverity(), Severity::Warning);
+}
+
+namespace
+{
+// Only the addresses matter; the repository never calls a subscriber. Place them so that address order
+// is the reverse of subscription order, which a sort on addresses alone would expose.
+std::array<char, 4> storage;
+auto* const A = reinterpret_cast<INotificationSubscriber*>(&storage[3]);
+auto* const B = reinterpret_cast<INotificationSubscriber*>(&storage[2]);
+auto* const C = reinterpret_cast<INotificationSubscriber*>(&storage[1]);
+auto* const D = reinterpret_cast<INotificationSubscriber*>(&storage[0]);
+
+const NotificationNameId One(1);
+const NotificationNameId Two(2);
+}  // namespace
+
+TEST(NotificationSubscriptionRepositoryTest, SubscribersComeOnceInSubscriptionOrderAndAReplacementGoesLast)
+{
+    NotificationSubscriptionRepository repository;
+    repository.AddSubscription(One, A);
+    repository.AddSubscription(Two, C);
+    repository.AddSubscription(One, B);
+    repository.AddSubscription(Two, A);
+    EXPECT_THAT(repository.GetSubscriberPointersFor({Two, One}), ElementsAre(A, C, B));
+
+    repository.ReplaceSubscriber(A, D);
+    EXPECT_THAT(repository.GetSubscriberPointersFor({One, Two}), ElementsAre(C, B, D));
+    EXPECT_TRUE(repository.GetSubscribedNotificationNameIds(A).empty());
+    EXPECT_THAT(repository.GetSubscribedNotificationNameIds(D), ::testing::UnorderedElementsAre(One, Two));
+}
+
+TEST(NotificationSubscriptionRepositoryTest, MisuseIsRefusedAndLeavesTheTableAlone)
+{
+    NotificationSubscriptionRepository repository;
+    repository.AddSubscription(One, A);
+    EXPECT_THAT(
+        [&] { repository.AddSubscription(One, nullptr); },
+        ThrowsMessage<Kiv::InvalidOperationException>("NotificationSubscriptionRepository: Tried to add "
+                                                      "subscription to nullptr with notificationNameId=1"));
+    EXPECT_THAT([&] { repository.AddSubscription(One, A); },
+                ThrowsMessage<Kiv::InvalidOperationException>(
+                    StartsWith("NotificationSubscriptionRepository: Tried to add duplicate subscription "
+                               "(notificationNameId=1, subscriber=0x")));
+    EXPECT_THAT([&] { repository.RemoveSubscription(Two, A); },
+                ThrowsMessage<Kiv::InvalidOperationException>(
+                    StartsWith("NotificationSubscriptionRepository: Tried to remove unknown "
+                               "subsciption (notificationNameId=2, ")));
+    // B subscribed after the refusals must still come right behind A.
+    repository.AddSubscription(Two, B);
+    repository.ReplaceSubscriber(C, D);
+    EXPECT_THAT(repository.GetSubscriberPointersFor({One, Two}), ElementsAre(A, B));
+
+    repository.RemoveSubscription(One, A);
+    EXPECT_FALSE(repository.Contains(One));
+    EXPECT_TRUE(repository.Contains(Two, B));
+}
