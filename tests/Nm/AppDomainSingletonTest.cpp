@@ -2,33 +2,21 @@
 
 #include <Kiv/Exceptions.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 using Kiv::System::Commons::AppDomain;
 using Kiv::System::Nm::AppDomainSingleton;
+using ::testing::ThrowsMessage;
 
 namespace
 {
-const std::string NoAppDomain =
-    "Singleton instance of type 'Kiv::System::Commons::AppDomain' was not created yet!";
-
-std::string MessageOf(const std::function<void()>& action)
-{
-    try
-    {
-        action();
-    }
-    catch (const Kiv::Exception& e)
-    {
-        return e.GetMessage();
-    }
-    return "no exception";
-}
+const auto NoAppDomain = ThrowsMessage<Kiv::Exception>(
+    "Singleton instance of type 'Kiv::System::Commons::AppDomain' was not created yet!");
 
 struct Helper : AppDomainSingleton<Helper>
 {
@@ -84,20 +72,21 @@ protected:
 };
 }  // namespace
 
-TEST_F(AppDomainSingletonTest, OneInstancePerTypeFoundByType)
+TEST_F(AppDomainSingletonTest, OneInstancePerTypeAndAThrowingConstructorLeavesNoEntry)
 {
-    EXPECT_FALSE(Service::IsCreated());
-    EXPECT_EQ(MessageOf([] { Service::GetInstance(); }),
-              "AppDomain Singleton instance of type '(anonymous namespace)::Service' was not created yet!");
+    EXPECT_THAT(
+        [] { Service::GetInstance(); },
+        ThrowsMessage<Kiv::Exception>(
+            "AppDomain Singleton instance of type '(anonymous namespace)::Service' was not created yet!"));
     Service::CreateInstance(7);
     EXPECT_TRUE(Service::IsCreated() && !Helper::IsCreated());
-    EXPECT_EQ(AppDomainSingleton<Service>::GetInstance().value, 7);
-    EXPECT_EQ(MessageOf([] { Service::CreateInstance(8); }),
-              "AppDomain Singleton instance of type '(anonymous namespace)::Service' was created yet!");
+    EXPECT_EQ(Service::GetInstance().value, 7);
+    EXPECT_THAT(
+        [] { Service::CreateInstance(8); },
+        ThrowsMessage<Kiv::Exception>(
+            "AppDomain Singleton instance of type '(anonymous namespace)::Service' was created yet!"));
     EXPECT_EQ(Service::alive, 1);
 
-    // A constructor that throws leaves no entry.
-    Helper::DisposeInstance();
     Service::DisposeInstance();
     Service::onConstruct = [] { throw std::runtime_error("refused"); };
     EXPECT_THROW(Service::CreateInstance(1), std::runtime_error);
@@ -108,21 +97,21 @@ TEST_F(AppDomainSingletonTest, WithoutAnAppDomainOnlyIsCreatedAnswers)
 {
     AppDomain::Dispose();
     EXPECT_FALSE(Service::IsCreated());
-    EXPECT_EQ(MessageOf([] { Service::GetInstance(); }), NoAppDomain);
-    EXPECT_EQ(MessageOf([] { Service::CreateInstance(1); }), NoAppDomain);
-    EXPECT_EQ(MessageOf([] { Service::DisposeInstance(); }), NoAppDomain);
+    EXPECT_THAT([] { Service::GetInstance(); }, NoAppDomain);
+    EXPECT_THAT([] { Service::CreateInstance(1); }, NoAppDomain);
+    EXPECT_THAT([] { Service::DisposeInstance(); }, NoAppDomain);
     EXPECT_EQ(Service::alive, 0);
 
     // The AppDomain going while an instance is built or destroyed is reported, not run into.
     AppDomain::Create("SingletonTest");
     Service::onConstruct = [] { AppDomain::Dispose(); };
-    EXPECT_EQ(MessageOf([] { Service::CreateInstance(1); }), NoAppDomain);
+    EXPECT_THAT([] { Service::CreateInstance(1); }, NoAppDomain);
     ASSERT_EQ(Service::alive, 1);
     delete Service::lastConstructed;
     AppDomain::Create("SingletonTest");
     Service::CreateInstance(2);
     Service::onDestroy = [] { AppDomain::Dispose(); };
-    EXPECT_EQ(MessageOf([] { Service::DisposeInstance(); }), NoAppDomain);
+    EXPECT_THAT([] { Service::DisposeInstance(); }, NoAppDomain);
     EXPECT_EQ(Service::alive, 0);
 }
 
@@ -148,8 +137,9 @@ TEST_F(AppDomainSingletonTest, ConstructorAndDestructorRunWithTheTableUnlocked)
 TEST_F(AppDomainSingletonTest, AnInstanceEnteredWhileAnotherWasBuiltWins)
 {
     Service::onConstruct = [] { Service::CreateInstance(1); };
-    EXPECT_EQ(MessageOf([] { Service::CreateInstance(2); }),
-              "AppDomain Singleton of type '(anonymous namespace)::Service' has been added yet");
+    EXPECT_THAT([] { Service::CreateInstance(2); },
+                ThrowsMessage<Kiv::Exception>(
+                    "AppDomain Singleton of type '(anonymous namespace)::Service' has been added yet"));
     EXPECT_EQ(Service::GetInstance().value, 1);
     // The loser is left to its creator, here the test.
     ASSERT_EQ(Service::alive, 2);

@@ -1,36 +1,20 @@
 #include <Nm/Future.h>
 #include <Nm/Internal/Promise.h>
-#include <Nm/Internal/ThreadSafeQueue.h>
+
+#include <Support/WaitFor.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <chrono>
 #include <functional>
 #include <thread>
 #include <vector>
 
 using namespace Kiv::System::Nm;
 using Kiv::System::Nm::Internal::Promise;
-using Kiv::System::Nm::Internal::ThreadSafeQueue;
 
 namespace
 {
-template <class Predicate>
-bool WaitFor(Predicate predicate)
-{
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!predicate())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::yield();
-    }
-    return true;
-}
-
 // Readers poll their own copies, pending and valid, while another thread writes the result; once they see
 // it, it must be complete.
 void PollWhileWriting(Promise<NotificationId>& promise, const std::function<void()>& write,
@@ -52,7 +36,7 @@ void PollWhileWriting(Promise<NotificationId>& promise, const std::function<void
                 checkResult(future);
             });
     }
-    EXPECT_TRUE(WaitFor([&] { return polling == 3; }));
+    EXPECT_TRUE(Kiv::Testing::WaitFor([&] { return polling == 3; }));
     std::thread(write).join();
     for (auto& reader : readers)
     {
@@ -86,43 +70,4 @@ TEST(FutureConcurrencyTest, ReadersOnOtherThreadsSeeTheWholeValueOrTheStoredExce
                 EXPECT_THROW(future.GetValue(), Kiv::ArgumentException);
             }
         });
-}
-
-TEST(FutureConcurrencyTest, AFutureReusedForEveryRequestCarriesEachResultBackToTheCaller)
-{
-    // As on the non-blocking path: the caller resets its Future for each request and hands the promise to a
-    // worker through a queue; results alternate between values and exceptions.
-    ThreadSafeQueue<Promise<NotificationId>> requests(4);
-    std::thread worker(
-        [&requests]
-        {
-            for (std::uint64_t request = 1; auto promise = requests.Pop(); ++request)
-            {
-                if (request % 2 == 0)
-                {
-                    promise->SetException(Kiv::InvalidOperationException("request {0}", request));
-                }
-                else
-                {
-                    promise->SetValue(NotificationId(request));
-                }
-            }
-        });
-    Future<NotificationId> future = Future<NotificationId>::CreateByPromise();
-    for (std::uint64_t request = 1; request <= 2000; ++request)
-    {
-        requests.Push(std::make_shared<Promise<NotificationId>>(future));
-        if (!WaitFor([&] { return future.HasValue(); }))
-        {
-            ADD_FAILURE() << "no result for request " << request;
-            break;
-        }
-        EXPECT_EQ(future.HasException(), request % 2 == 0);
-        if (request % 2 == 1)
-        {
-            EXPECT_EQ(future.GetValue(), NotificationId(request));
-        }
-    }
-    requests.Push(nullptr);
-    worker.join();
 }

@@ -7,7 +7,6 @@
 #include <functional>
 #include <string>
 #include <utility>
-#include <vector>
 
 using namespace Kiv::System::Nm;
 using Kiv::System::Nm::Internal::Promise;
@@ -37,7 +36,7 @@ std::string Outcome(const Future<T>& future, std::exception_ptr* thrown = nullpt
 }
 }  // namespace
 
-TEST(FutureTest, WithoutAResultNothingCanBeReadAndTheMessageNamesFutureVoid)
+TEST(FutureTest, OnlyAFinishedRequestCanBeReadAndZeroIsAValue)
 {
     Future<void> invalid;
     Future<NotificationId> pending = Future<NotificationId>::CreateByPromise();
@@ -46,25 +45,20 @@ TEST(FutureTest, WithoutAResultNothingCanBeReadAndTheMessageNamesFutureVoid)
     EXPECT_EQ(Outcome(invalid), NotSet);
     EXPECT_EQ(Outcome(pending), NotSet);
 
+    Promise<NotificationId> promise(pending);
+    const Future<NotificationId> copy = pending;
+    promise.SetValue(NotificationId(0));
+    EXPECT_TRUE(copy.HasValue() && !copy.HasException());
+    EXPECT_EQ(copy.GetValue(), NotificationId(0));
+    Promise<void> done;
+    done.SetValue();
+    EXPECT_EQ(Outcome(done.GetFuture()), "returned");
+
     // A moved-from Future must not be used, but reading it does no harm.
     const Future<NotificationId> moved = std::move(pending);
     EXPECT_FALSE(pending.IsValid() || pending.HasValue() || pending.HasException());
     EXPECT_EQ(Outcome(pending), NotSet);
     EXPECT_THROW(pending.SetValue(NotificationId(1)), Kiv::InvalidOperationException);
-}
-
-TEST(FutureTest, AValueIsSeenThroughEveryCopyAndZeroIsAValue)
-{
-    Promise<NotificationId> promise;
-    const Future<NotificationId> copy = promise.GetFuture();
-    promise.SetValue(NotificationId(0));
-    EXPECT_TRUE(copy.IsValid() && copy.HasValue() && !copy.HasException());
-    EXPECT_EQ(copy.GetValue(), NotificationId(0));
-
-    Promise<void> done;
-    done.SetValue();
-    EXPECT_TRUE(done.GetFuture().HasValue());
-    EXPECT_EQ(Outcome(done.GetFuture()), "returned");
 }
 
 TEST(FutureTest, AnExceptionIsKeptAsTheMostSpecialOfTheThreeTypesAndThrownAfreshAtEveryRead)
@@ -74,7 +68,7 @@ TEST(FutureTest, AnExceptionIsKeptAsTheMostSpecialOfTheThreeTypesAndThrownAfresh
     Kiv::InvalidOperationException operation("Cannot send Notification. {}", "full");
     operation.SetInnerException(Kiv::NotSupportedException("inner"));
     const std::string argumentText = argument.GetMessage() + " (Kiv::ArgumentException)";
-    const std::vector<std::pair<std::function<void(Promise<NotificationNameId>&)>, std::string>> cases = {
+    const std::pair<std::function<void(Promise<NotificationNameId>&)>, std::string> rows[] = {
         {[&](auto& p) { p.SetException(argument); }, argumentText},
         {[&](auto& p) { p.SetException(argumentAsBase); }, argumentText},
         {[](auto& p) { p.SetException(Kiv::ArgumentOutOfRangeException::Create("i", 9)); },
@@ -91,7 +85,7 @@ TEST(FutureTest, AnExceptionIsKeptAsTheMostSpecialOfTheThreeTypesAndThrownAfresh
          },
          argumentText},
     };
-    for (const auto& [store, expected] : cases)
+    for (const auto& [store, expected] : rows)
     {
         Promise<NotificationNameId> promise;
         store(promise);

@@ -6,11 +6,11 @@
 #include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/RemotingWriter.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <memory>
-#include <random>
 
 using namespace Kiv::System::Nm;
 using Kiv::DateTime;
@@ -18,12 +18,9 @@ using Kiv::DateTimeKind;
 using Kiv::System::Tul::RemotingReader;
 using Kiv::System::Tul::RemotingWriter;
 using Kiv::System::Tul::TulArrayInformation;
-using Kiv::System::Tul::TulGuid;
-using Kiv::System::Tul::TulVersion;
+using ::testing::ThrowsMessage;
 using Variant = TulVariant<512>;
 using Bytes = std::vector<std::uint8_t>;
-
-static_assert(Notification::GetFieldCount() == 6);
 
 namespace
 {
@@ -55,7 +52,7 @@ Bytes Write(const Notification& notification)
 // Reads from a heap copy of exactly `bytes`, so that the address sanitizer sees a read past the end.
 Notification Read(const Bytes& bytes)
 {
-    auto copy = std::make_unique<std::uint8_t[]>(bytes.size() + 1);
+    auto copy = std::make_unique<std::uint8_t[]>(bytes.size());
     std::copy(bytes.begin(), bytes.end(), copy.get());
     RemotingReader reader(copy.get(), bytes.size());
     reader.ReadBeginStruct(Notification::GetFieldCount());
@@ -63,6 +60,12 @@ Notification Read(const Bytes& bytes)
     notification.Deserialize(reader);
     EXPECT_TRUE(reader.IsAtEnd());
     return notification;
+}
+
+template <class E>
+void ExpectRefused(const Bytes& bytes, const std::string& message)
+{
+    EXPECT_THAT([&] { Read(bytes); }, ThrowsMessage<E>(message));
 }
 
 // A message with every kind of element that can be read.
@@ -75,55 +78,42 @@ const Bytes hostileSample =
 TEST(NotificationTest, SerializeCallsTheWriterInTheFixedOrder)
 {
     const Notification notification =
-        Make({Variant(TulType::Void), Variant(true), Variant(std::int16_t{-2}), Raw(41, -5),
-              Raw(46, std::int64_t{9}), Variant(1.5f), Raw(18, 3u), Variant("abc"), Raw(36, "def"),
-              Raw(20, TulArrayInformation{28, 1, 2, 0}), Variant(utcTime), Variant(TulVersion{1, 2, 3, 4}),
-              Variant(TulGuid{{0xAB}})});
+        Make({Variant(TulType::Void), Variant(true), Raw(41, -5), Variant(1.5f), Raw(18, 3u), Variant("abc"),
+              Raw(36, "def"), Raw(20, TulArrayInformation{28, 1, 2, 0}), Variant(utcTime),
+              Variant(Kiv::System::Tul::TulVersion{1, 2, 3, 4}), Variant(Kiv::System::Tul::TulGuid{{0xAB}})});
     RecordingWriter writer;
     notification.Serialize(writer);
-
     const std::vector<std::string> expected = {
         "Tag UInt64", "Data 8 0x1122334455667788", "Tag UInt32", "Data 4 0xa0b0c0d0", "Tag DateTime",
         "DateTime 0x48daa19ea6b30000", "Tag UInt8", "Data 1 0x4", "Tag UInt16", "Data 2 0xbeef", "Tag Array",
-        "Tag Object", "ArrayLength 13",
+        "Tag Object", "ArrayLength 11",
         // the elements: an object type and a value, never a tag
-        "ObjectType Void", "ObjectType Bool", "Data 1 0x1", "ObjectType Int16", "Data 2 0xfffe",
-        "ObjectType Alias32", "Data 4 0xfffffffb", "ObjectType 46", "Data 8 0x9", "ObjectType Real32",
-        "Data 4 0x3fc00000", "BeginStruct 3", "ObjectString 'abc' 2", "ObjectType String36",
-        "StringInternal 'def' 512 2 false", "ArrayInformation 28 1 2 0", "ObjectType DateTime",
-        "DateTime 0x48daa19ea6b30000", "ObjectType Version", "Data 2 0x1", "Data 2 0x2", "Data 2 0x3",
-        "Data 2 0x4", "ObjectType Guid", "Data 16 0xab"};
+        "ObjectType Void", "ObjectType Bool", "Data 1 0x1", "ObjectType Alias32", "Data 4 0xfffffffb",
+        "ObjectType Real32", "Data 4 0x3fc00000", "BeginStruct 3", "ObjectString 'abc' 2",
+        "ObjectType String36", "StringInternal 'def' 512 2 false", "ArrayInformation 28 1 2 0",
+        "ObjectType DateTime", "DateTime 0x48daa19ea6b30000", "ObjectType Version", "Data 2 0x1",
+        "Data 2 0x2", "Data 2 0x3", "Data 2 0x4", "ObjectType Guid", "Data 16 0xab"};
     EXPECT_EQ(writer.calls, expected);
-    EXPECT_EQ(notification.GetPayload()[6].GetWriter(), &writer);
-    EXPECT_EQ(notification.GetPayload()[9].GetWriter(), &writer);
+    EXPECT_EQ(notification.GetPayload()[4].GetWriter(), &writer);
+    EXPECT_EQ(notification.GetPayload()[7].GetWriter(), &writer);
 }
 
 TEST(NotificationTest, EveryReadableCodeRoundTripsAndAliasesComeBackPlain)
 {
+    EXPECT_TRUE(Read(Write(Make({}))).GetPayload().empty());
     const std::string longest(511, 'z');
-    const std::vector<Variant> sent = {Variant(TulType::Void),
-                                       Variant(false),
-                                       Variant(std::int8_t{-8}),
-                                       Variant(std::uint8_t{200}),
-                                       Variant(std::int16_t{-300}),
-                                       Variant(std::uint16_t{60000}),
-                                       Variant(std::int32_t{-70000}),
-                                       Variant(std::uint32_t{4000000000u}),
-                                       Variant(std::int64_t{-5000000000}),
-                                       Variant(std::uint64_t{18000000000000000000u}),
-                                       Variant(0.25f),
-                                       Variant(-2.5),
-                                       Variant(longest.c_str()),
-                                       Raw(36, "thirty-six"),
-                                       Variant(DateTime(5, DateTimeKind::Local)),
-                                       Raw(41, -41),
-                                       Raw(42, std::int64_t{-42}),
-                                       Raw(44, std::int64_t{44}),
-                                       Raw(46, std::int64_t{46}),
-                                       Raw(48, std::int64_t{48}),
-                                       Variant("")};
+    std::vector<Variant> sent({Variant(TulType::Void), Variant(false), Variant(std::int8_t{-8}),
+                               Variant(std::uint8_t{200}), Variant(std::int16_t{-300}),
+                               Variant(std::uint16_t{60000}), Variant(std::int32_t{-70000}),
+                               Variant(std::uint32_t{4000000000u}), Variant(std::int64_t{-5000000000}),
+                               Variant(std::uint64_t{18000000000000000000u})});
+    sent.insert(sent.end(), {Variant(0.25f), Variant(-2.5), Variant(longest.c_str()), Raw(36, "thirty-six"),
+                             Variant(DateTime(5, DateTimeKind::Local)), Variant(""), Raw(41, -41)});
+    for (const unsigned alias64 : {42u, 44u, 46u, 48u})
+    {
+        sent.push_back(Raw(alias64, std::int64_t{alias64}));
+    }
     const Notification received = Read(Write(Make(sent)));
-
     EXPECT_EQ(received.GetId(), NotificationId(0x1122334455667788));
     EXPECT_EQ(received.GetNotificationNameId(), NotificationNameId(0xA0B0C0D0));
     EXPECT_EQ(received.GetTimestamp(), utcTime);
@@ -133,45 +123,26 @@ TEST(NotificationTest, EveryReadableCodeRoundTripsAndAliasesComeBackPlain)
     for (std::size_t i = 0; i < sent.size(); ++i)
     {
         const auto code = static_cast<unsigned>(sent[i].GetType());
-        const TulType expected = code == 41                 ? TulType::Int32
-                                 : code >= 42 && code <= 48 ? TulType::Int64
-                                                            : sent[i].GetType();
+        const TulType expected = code == 41   ? TulType::Int32
+                                 : code >= 42 ? TulType::Int64
+                                              : sent[i].GetType();
         EXPECT_EQ(received.GetPayload()[i].GetType(), expected) << i;
         EXPECT_EQ(received.GetPayload()[i].ToString(), sent[i].ToString()) << i;
     }
-    EXPECT_EQ(received.GetPayload()[12].GetChars(), longest);
-}
-
-TEST(NotificationTest, EmptyPayloadIsTheArrayHeaderAloneAndTheDefaultRecordIsEmpty)
-{
-    RecordingWriter writer;
-    Make({}).Serialize(writer);
-    ASSERT_EQ(writer.calls.size(), 13u);
-    EXPECT_EQ(writer.calls[12], "ArrayLength 0");
-    EXPECT_TRUE(Read(Write(Make({}))).GetPayload().empty());
-
-    const Notification empty;
-    EXPECT_EQ(empty.GetId().GetValue() + empty.GetNotificationNameId().GetValue() +
-                  empty.GetTimestamp().GetRawValue() + empty.GetPayloadTypeId().GetValue(),
-              0u);
-    EXPECT_EQ(empty.GetSeverity(), Severity::Internal);
-    EXPECT_TRUE(empty.GetPayload().empty());
 }
 
 TEST(NotificationTest, StructAndArrayHeadersLeaveWhatFollowsToFurtherElements)
 {
     const Bytes bytes = Write(Make({Raw(18, 2u), Variant(std::uint32_t{9}), Variant("x"),
-                                    Raw(20, TulArrayInformation{8, 1, 1, 0}), Variant(std::int32_t{-1})}));
+                                    Raw(20, TulArrayInformation{8, 1, 1, 0}), Variant(-1)}));
     RemotingReader reader(bytes.data(), bytes.size());
     reader.ReadBeginStruct(6);
     Notification received;
     received.Deserialize(reader);
-
     const auto& payload = received.GetPayload();
     ASSERT_EQ(payload.size(), 5u);
     EXPECT_EQ(payload[0].GetFieldCount(), 2u);
     EXPECT_EQ(payload[0].GetReader(), &reader);
-    EXPECT_EQ(payload[0].GetWriter(), nullptr);
     EXPECT_EQ(payload[1].ToString(), "9");
     EXPECT_STREQ(payload[2].GetChars(), "x");
     EXPECT_EQ(payload[3].GetArrayInformation(), (TulArrayInformation{8, 1, 1, 0}));
@@ -184,54 +155,54 @@ TEST(NotificationTest, UnspecifiedTimeIsRefusedInBothDirections)
     const std::string text = "DateTimeKind Unspecified not supported.";
     const DateTime unspecified(638000000000000000, DateTimeKind::Unspecified);
     RecordingWriter writer;
-    EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Make({}, unspecified).Serialize(writer); }), text);
+    EXPECT_THAT([&] { Make({}, unspecified).Serialize(writer); },
+                ThrowsMessage<Kiv::NotSupportedException>(text));
     EXPECT_EQ(writer.calls.size(), 4u);  // the two ids only
-    EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Write(Make({Variant(unspecified)})); }), text);
+    EXPECT_THAT([&] { Write(Make({Variant(unspecified)})); },
+                ThrowsMessage<Kiv::NotSupportedException>(text));
 
     // From the wire: records written with the kind bits cleared afterwards.
     Bytes bytes = Write(Make({}));
     bytes[27] &= 0x3F;  // top byte of the timestamp, behind the struct header, two ids and the DateTime tag
-    EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Read(bytes); }), text);
+    ExpectRefused<Kiv::NotSupportedException>(bytes, text);
     bytes = Write(Make({Variant(utcTime)}));
     bytes.back() &= 0x3F;
-    EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Read(bytes); }), text);
+    ExpectRefused<Kiv::NotSupportedException>(bytes, text);
 }
 
 TEST(NotificationTest, CodesWithoutWireFormAreRefusedWithTheirName)
 {
-    for (const auto& entry : {std::pair<unsigned, const char*>{0, "None"},
-                              {3, "Char"},
-                              {26, "String26"},
-                              {28, "Object"},
-                              {43, "43"},
-                              {45, "45"},
-                              {47, "47"},
-                              {255, "Unset"}})
+    for (const auto& [code, name] : {std::pair<unsigned, std::string>{0, "None"},
+                                     {3, "Char"},
+                                     {26, "String26"},
+                                     {28, "Object"},
+                                     {43, "43"},
+                                     {45, "45"},
+                                     {47, "47"},
+                                     {255, "Unset"}})
     {
-        // Not a structured binding: C++17 lets no lambda capture one.
-        const unsigned code = entry.first;
-        const char* const name = entry.second;
-        EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Write(Make({Raw(code, 0)})); }),
-                  fmt::format("DataType '{}' not supported by TulVariant.", name));
+        EXPECT_THAT([code = code] { Write(Make({Raw(code, 0)})); },
+                    ThrowsMessage<Kiv::NotSupportedException>("DataType '" + name +
+                                                              "' not supported by TulVariant."));
         // The same code as the object type of an Int32 element on the wire.
         Bytes bytes = Write(Make({Variant(std::int32_t{7})}));
         bytes[bytes.size() - 5] = static_cast<std::uint8_t>(code);
-        EXPECT_EQ(MessageOf<Kiv::NotSupportedException>([&] { Read(bytes); }),
-                  fmt::format("TulType {} not supported.", name));
+        ExpectRefused<Kiv::NotSupportedException>(bytes, "TulType " + name + " not supported.");
     }
-    for (const Variant& value : {Variant(TulVersion{1, 2, 3, 4}), Variant(TulGuid{})})
+    for (const Variant& value :
+         {Variant(Kiv::System::Tul::TulVersion{1, 2, 3, 4}), Variant(Kiv::System::Tul::TulGuid{})})
     {
-        const Bytes bytes = Write(Make({value}));
-        EXPECT_EQ(MessageOf<Kiv::NotImplementedException>([&] { Read(bytes); }),
-                  "Type TulVersion and TulGuid are currently not supported by TulVariant");
+        ExpectRefused<Kiv::NotImplementedException>(
+            Write(Make({value})), "Type TulVersion and TulGuid are currently not supported by TulVariant");
     }
     Variant unterminated(TulType::String);
     std::memset(unterminated.GetData(), 'x', Variant::MaxStringSize);
-    EXPECT_EQ(MessageOf<Kiv::ArgumentException>([&] { Write(Make({unterminated})); }),
-              "Cannot write string: TulVariant text is not terminated within MaxStringSize 512");
+    EXPECT_THAT([&] { Write(Make({unterminated})); },
+                ThrowsMessage<Kiv::ArgumentException>(
+                    "Cannot write string: TulVariant text is not terminated within MaxStringSize 512"));
 }
 
-TEST(NotificationHostileInputTest, EveryTruncationRaisesCommunicationException)
+TEST(NotificationHostileInputTest, TruncatedOrCorruptedBytesRaisePlatformExceptionsOnly)
 {
     for (std::size_t length = 0; length < hostileSample.size(); ++length)
     {
@@ -239,10 +210,6 @@ TEST(NotificationHostileInputTest, EveryTruncationRaisesCommunicationException)
                      Kiv::CommunicationException)
             << length;
     }
-}
-
-TEST(NotificationHostileInputTest, CorruptedBytesRaisePlatformExceptionsOnly)
-{
     // True if the record was read; a failure other than a platform exception fails the test.
     const auto isRead = [](const Bytes& bytes)
     {
@@ -273,15 +240,5 @@ TEST(NotificationHostileInputTest, CorruptedBytesRaisePlatformExceptionsOnly)
         Bytes bytes = hostileSample;
         bytes[offset] ^= 0x40;
         EXPECT_FALSE(isRead(bytes)) << offset;
-    }
-    std::mt19937 random(7);
-    for (int round = 0; round < 2000; ++round)
-    {
-        Bytes bytes = hostileSample;
-        for (int i = 0; i < 4; ++i)
-        {
-            bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
-        }
-        isRead(bytes);
     }
 }

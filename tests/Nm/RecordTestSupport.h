@@ -1,10 +1,8 @@
 #pragma once
 
-// Helpers of the record tests: a writer that keeps each call as a line of text, so that a test can compare
-// the exact call order of a serialiser and not just the bytes, in which a tag and an object type look
-// alike; and the message of an expected exception.
+// A writer that keeps each call as a line of text, so that a record test can compare the exact call order
+// of a serialiser and not just the bytes, in which a tag and an object type look alike.
 
-#include <Kiv/Exception.h>
 #include <Kiv/System/Tul/TulWriter.h>
 
 #include <fmt/format.h>
@@ -56,17 +54,3 @@ private:
         calls.push_back(fmt::format(fmt::runtime(format), args...));
     }
 };
-
-template <class E, class F>
-std::string MessageOf(F&& action)
-{
-    try
-    {
-        action();
-    }
-    catch (const E& e)
-    {
-        return e.GetMessage();
-    }
-    return "no exception of the expected type";
-}
