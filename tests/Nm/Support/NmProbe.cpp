@@ -8,12 +8,7 @@
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistration.h>
-#include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/NotificationSubscriber.h>
-#include <Nm/Services/INotificationManagerService.h>
-#include <Nm/Services/NotificationManagerServiceProxyFactory.h>
-#include <Nm/Services/ServiceFetch.h>
-#include <Nm/Services/ServiceValues.h>
 #include <Nm/StringPayload.h>
 
 #include <Kiv/AppDomain.h>
@@ -24,11 +19,9 @@
 
 #include <atomic>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <list>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -46,19 +39,14 @@ void Say(const std::string& line)
     std::cout << line << std::endl;
 }
 
-std::string ClassName(const std::exception& e)
+std::string Describe(const std::exception& e)
 {
     int status = 0;
     char* name = abi::__cxa_demangle(typeid(e).name(), nullptr, nullptr, &status);
-    std::string result = status == 0 ? name : typeid(e).name();
+    const std::string type = status == 0 ? name : typeid(e).name();
     std::free(name);
-    return result;
-}
-
-std::string Describe(const std::exception& e)
-{
     const auto* kiv = dynamic_cast<const Kiv::Exception*>(&e);
-    return ClassName(e) + ": " + (kiv != nullptr ? std::string(kiv->GetMessage().c_str()) : e.what());
+    return type + ": " + (kiv != nullptr ? kiv->GetMessage().c_str() : e.what());
 }
 
 std::string Rest(std::istringstream& in)
@@ -68,6 +56,17 @@ std::string Rest(std::istringstream& in)
     return rest;
 }
 
+std::string Text(const Notification& notification)
+{
+    return GenericPayload(notification).ToString().c_str();
+}
+
+NotificationManager& Manager()
+{
+    return NotificationManager::GetInstance();
+}
+
+/// Threads and sockets of this process, to show that leaving takes the library's own with it.
 std::string Resources()
 {
     int threads = 0;
@@ -84,84 +83,41 @@ std::string Resources()
     return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets);
 }
 
-/// Each of the eleven operations of the public service, with what came of it.
-void CallEveryPublicOperation()
+/// Counts notifications whose texts are "<stream> <sequence>"; each stream must arrive whole, once, in
+/// order.
+struct Tally
 {
-    using Services::ToTulString;
-    auto service = Services::FetchService<Services::INotificationManagerService,
-                                          Services::NotificationManagerServiceProxyFactory>();
-    const std::vector<std::pair<const char*, std::function<void()>>> operations{
-        {"RegisterNotification",
-         [&]
-         {
-             service->RegisterNotification(ToTulString("P.Q"), ToTulString("probe"), Severity::Info,
-                                           ToTulString("T"));
-         }},
-        {"UnregisterNotification", [&] { service->UnregisterNotification(1); }},
-        {"SendNotification", [&] { service->SendNotification(1, Kiv::DateTime::GetUtcNow(), {}); }},
-        {"GetNotificationName", [&] { service->GetNotificationName(1); }},
-        {"GetNotificationNameId", [&] { service->GetNotificationNameId(ToTulString("Kiv")); }},
-        {"GetNotificationNameIdsByStatus",
-         [&] { service->GetNotificationNameIdsByStatus(NotificationRegistrationStatus::Registered); }},
-        {"GetAllKnownNotificationNameIds", [&] { service->GetAllKnownNotificationNameIds(); }},
-        {"GetNotificationRegistration", [&] { service->GetNotificationRegistration(4); }},
-        {"GetPayloadTypeId", [&] { service->GetPayloadTypeId(ToTulString("T")); }},
-        {"GetPayloadTypeName", [&] { service->GetPayloadTypeName(1); }},
-        {"GetNumberOfSubmittedNotifications", [&] { service->GetNumberOfSubmittedNotifications(); }},
-    };
-    for (const auto& [name, call] : operations)
-    {
-        try
-        {
-            call();
-            Say(std::string("op ") + name + " ok");
-        }
-        catch (const std::exception& e)
-        {
-            Say(std::string("op ") + name + " " + Describe(e));
-        }
-    }
-}
+    std::mutex mutex;
+    std::map<std::string, long> last;
+    long received = 0;
+    long bad = 0;
+};
 
 class Probe
 {
 public:
-    Probe(std::string processName) : processName(std::move(processName)) {}
+    explicit Probe(std::string processName) : processName(std::move(processName)) {}
 
     std::string Run(const std::string& command, std::istringstream& in)
     {
         if (command == "setup")
         {
-            Kiv::System::Commons::AppDomain::Create(processName.c_str());
             std::string kind;
             in >> kind;
             const Kiv::String settings(Rest(in).c_str());
-            try
-            {
-                kind == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(settings)
-                                 : NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
-            }
-            catch (...)
-            {
-                Kiv::System::Commons::AppDomain::Dispose();
-                throw;
-            }
+            Kiv::System::Commons::AppDomain::Create(processName.c_str());
+            kind == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(settings)
+                             : NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
             return "ok";
         }
         if (command == "register")
         {
             const std::string name = Rest(in);
-            auto& registration = registrations[name];
-            registration = NotificationRegistration<StringPayload>(name.c_str(), processName.c_str(),
-                                                                   Severity::Info, Manager());
-            return "ok " + std::to_string(registration.GetNotificationNameId().GetValue());
+            registrations[name] = NotificationRegistration<StringPayload>(name.c_str(), processName.c_str(),
+                                                                          Severity::Info, Manager());
+            return "ok " + std::to_string(registrations[name].GetNotificationNameId().GetValue());
         }
-        if (command == "unregister")
-        {
-            registrations.at(Rest(in)).Dispose();
-            return "ok";
-        }
-        if (command == "subscribe" || command == "relay")
+        if (command == "subscribe" || command == "relay" || command == "hang" || command == "count")
         {
             std::string name;
             std::string target;
@@ -172,45 +128,25 @@ public:
                 // Sending from inside Notify: the broker's thread waits for this delivery meanwhile.
                 subscriber.AddHandler(
                     [this, target](const Notification& n)
+                    { registrations.at(target).SendNotification(StringPayload("relayed " + Text(n))); });
+            }
+            else if (command == "hang")
+            {
+                // A subscriber that never returns, as one stuck on a lock would.
+                subscriber.AddHandler(
+                    [](const Notification&)
                     {
-                        registrations.at(target).SendNotification(
-                            StringPayload("relayed " + std::string(GenericPayload(n).ToString().c_str())));
+                        Say("hanging");
+                        std::this_thread::sleep_for(std::chrono::hours(24));
                     });
             }
-            subscriber.AddHandler(
-                [name](const Notification& n)
-                {
-                    const std::string fullName =
-                        Manager().GetNotificationName(n.GetNotificationNameId()).c_str();
-                    Say("notify " + name + " " + fullName + " " + GenericPayload(n).ToString().c_str());
-                });
-            return "ok " + std::to_string(subscriber.GetNotificationNameId().GetValue());
-        }
-        if (command == "hang")
-        {
-            // A subscriber that never returns, as one stuck on a lock would.
-            auto& subscriber = subscribers.emplace_back(Rest(in).c_str());
-            subscriber.AddHandler(
-                [](const Notification&)
-                {
-                    Say("hanging");
-                    for (;;)
+            else if (command == "count")
+            {
+                // Counts only: the printing below would hold the delivery up for the test to read it.
+                subscriber.AddHandler(
+                    [&tally = tallies[name]](const Notification& n)
                     {
-                        std::this_thread::sleep_for(std::chrono::hours(1));
-                    }
-                });
-            return "ok";
-        }
-        if (command == "count")
-        {
-            // Texts are "<stream> <sequence>"; each stream must arrive complete, once, in order.
-            const std::string name = Rest(in);
-            auto& tally = tallies[name];
-            subscribers.emplace_back(name.c_str())
-                .AddHandler(
-                    [&tally](const Notification& n)
-                    {
-                        std::istringstream text(GenericPayload(n).ToString().c_str());
+                        std::istringstream text(Text(n));
                         std::string stream;
                         long sequence = 0;
                         text >> stream >> sequence;
@@ -220,7 +156,15 @@ public:
                         last->second = sequence;
                         ++tally.received;
                     });
-            return "ok";
+                return "ok";
+            }
+            subscriber.AddHandler(
+                [name](const Notification& n)
+                {
+                    Say("notify " + name + " " +
+                        Manager().GetNotificationName(n.GetNotificationNameId()).c_str() + " " + Text(n));
+                });
+            return "ok " + std::to_string(subscriber.GetNotificationNameId().GetValue());
         }
         if (command == "report")
         {
@@ -230,25 +174,22 @@ public:
         }
         if (command == "flood")
         {
+            // Each thread sends a numbered stream; a refused notification leaves no gap in it.
             std::string name;
             int threads = 0;
             int count = 0;
             in >> name >> threads >> count;
-            const auto& registration = registrations.at(name);
             std::atomic<int> accepted{0};
             std::vector<std::thread> senders;
             for (int t = 0; t < threads; ++t)
             {
                 senders.emplace_back(
-                    [&, t]
+                    [&, stream = processName + "/" + std::to_string(t)]
                     {
-                        // A refused notification leaves a gap in its stream: only accepted ones are numbered.
-                        long sequence = 0;
-                        const std::string stream = processName + "/" + std::to_string(t);
-                        for (int i = 0; i < count; ++i)
+                        for (long i = 0, sequence = 0; i < count; ++i)
                         {
-                            const std::string text = stream + " " + std::to_string(sequence);
-                            if (registration.SendNotification(StringPayload(text.c_str())) !=
+                            const auto text = stream + " " + std::to_string(sequence);
+                            if (registrations.at(name).SendNotification(StringPayload(text.c_str())) !=
                                 NotificationId(0))
                             {
                                 ++sequence;
@@ -261,27 +202,26 @@ public:
             {
                 sender.join();
             }
-            return "ok accepted=" + std::to_string(accepted.load()) +
-                   " refused=" + std::to_string(threads * count - accepted.load());
-        }
-        if (command == "stats")
-        {
-            return "ok submitted=" + std::to_string(Manager().GetNumberOfSubmittedNotifications());
+            return "ok accepted=" + std::to_string(accepted) +
+                   " refused=" + std::to_string(threads * count - accepted);
         }
         if (command == "send" || command == "nbsend")
         {
+            // To a registered name, or else to the raw name id given.
             std::string name;
             in >> name;
-            const std::string text = Rest(in);
-            const auto& registration = registrations.at(name);
+            const StringPayload payload(Rest(in).c_str());
+            const auto found = registrations.find(name);
+            const NotificationNameId id = found != registrations.end() ? found->second.GetNotificationNameId()
+                                                                       : NotificationNameId(std::stoul(name));
             if (command == "send")
             {
                 return "ok " +
-                       std::to_string(registration.SendNotification(StringPayload(text.c_str())).GetValue());
+                       std::to_string(
+                           Manager().SendNotification(id, Kiv::DateTime::GetUtcNow(), payload).GetValue());
             }
-            const auto future = Manager().NonBlockingSendNotification(registration.GetNotificationNameId(),
-                                                                      Kiv::DateTime::GetUtcNow(),
-                                                                      StringPayload(text.c_str()));
+            const auto future =
+                Manager().NonBlockingSendNotification(id, Kiv::DateTime::GetUtcNow(), payload);
             while (future.IsValid() && !future.HasValue())
             {
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -289,30 +229,18 @@ public:
             return future.IsValid() ? "ok " + std::to_string(future.GetValue().GetValue())
                                     : "error queue full";
         }
-        if (command == "sendid")
-        {
-            std::uint32_t id = 0;
-            in >> id;
-            return "ok " +
-                   std::to_string(Manager()
-                                      .SendNotification(NotificationNameId(id), Kiv::DateTime::GetUtcNow(),
-                                                        StringPayload("x"))
-                                      .GetValue());
-        }
         if (command == "name")
         {
-            std::uint32_t id = 0;
-            in >> id;
-            return std::string("ok ") + Manager().GetNotificationName(NotificationNameId(id)).c_str();
+            return std::string("ok ") +
+                   Manager().GetNotificationName(NotificationNameId(std::stoul(Rest(in)))).c_str();
+        }
+        if (command == "stats")
+        {
+            return "ok submitted=" + std::to_string(Manager().GetNumberOfSubmittedNotifications());
         }
         if (command == "start")
         {
             NotificationManagerSetup::StartDispatching();
-            return "ok";
-        }
-        if (command == "public")
-        {
-            CallEveryPublicOperation();
             return "ok";
         }
         if (command == "resources")
@@ -332,16 +260,6 @@ public:
     }
 
 private:
-    static NotificationManager& Manager() { return NotificationManager::GetInstance(); }
-
-    struct Tally
-    {
-        std::mutex mutex;
-        std::map<std::string, long> last;
-        long received = 0;
-        long bad = 0;
-    };
-
     std::string processName;
     std::map<std::string, NotificationRegistration<StringPayload>> registrations;
     std::map<std::string, Tally> tallies;
@@ -367,8 +285,7 @@ int main(int argc, char** argv)
     Kiv::System::Tul::ServiceManager::Configure(settings);
 
     Probe probe(argv[3]);
-    std::string line;
-    while (std::getline(std::cin, line) && line != "exit")
+    for (std::string line; std::getline(std::cin, line) && line != "exit";)
     {
         std::istringstream in(line);
         std::string command;

@@ -1,13 +1,17 @@
 #pragma once
 
-// A system of NmProbe processes with a system name and an endpoint directory of the test's own; the
-// processes are killed and reaped, and the directory removed, when the test ends.
+// A system of NmProbe processes with a system name and an endpoint directory of the test's own. A probe
+// takes commands on its standard input; its answers and the lines it prints by itself (a notification
+// arriving, say) come from its standard output. The processes are killed and reaped, and the directory
+// removed, when the test ends, whatever happened.
 
-#include <Support/ScriptedProcess.h>
+#include "Platform/Tul/Support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
+#include <deque>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,6 +22,64 @@
 
 namespace Kiv::Testing
 {
+class Probe : public ChildProcess
+{
+public:
+    explicit Probe(const std::vector<std::string>& arguments)
+        : ChildProcess(NM_PROBE, arguments, std::nullopt, true)
+    {
+    }
+
+    /// The first line, kept or new, that satisfies `predicate`; lines passed over are kept for later
+    /// calls. Empty when none came within 30 seconds or the process closed its output.
+    std::string WaitFor(const std::function<bool(const std::string&)>& predicate)
+    {
+        for (auto it = kept.begin(); it != kept.end(); ++it)
+        {
+            if (predicate(*it))
+            {
+                std::string line = *it;
+                kept.erase(it);
+                return line;
+            }
+        }
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        for (std::string line;; kept.push_back(line))
+        {
+            line = ReadLine(std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now()));
+            if (line.empty() || predicate(line))
+            {
+                return line;
+            }
+        }
+    }
+
+    std::string WaitForPrefix(const std::string& prefix)
+    {
+        return WaitFor([&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
+    }
+
+    /// Sends `command` and returns its answer, the next line that starts with "ok" or "error".
+    std::string Ask(const std::string& command)
+    {
+        WriteLine(command);
+        return WaitFor([](const std::string& line)
+                       { return line.rfind("ok", 0) == 0 || line.rfind("error", 0) == 0; });
+    }
+
+    /// The next notification line for subscription `name`, without the prefix: "<full name> <text>".
+    std::string Notified(const std::string& name)
+    {
+        const std::string prefix = "notify " + name + " ";
+        const std::string line = WaitForPrefix(prefix);
+        return line.empty() ? "(nothing)" : line.substr(prefix.size());
+    }
+
+private:
+    std::deque<std::string> kept;
+};
+
 class ProbeSystem : public ::testing::Test
 {
 protected:
@@ -26,7 +88,6 @@ protected:
         char made[] = "/tmp/kiv-nm-system-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
-        chmod(made, 0755);  // a process of another user makes its way to the endpoints
         static int tests = 0;
         system = "nm-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
     }
@@ -37,28 +98,18 @@ protected:
     }
 
     /// A probe process named `name`; `callTimeLimitMs` bounds each of its remote calls.
-    ScriptedProcess& Start(const std::string& name, std::optional<uid_t> uid = std::nullopt,
-                           std::optional<int> callTimeLimitMs = std::nullopt)
+    Probe& Start(const std::string& name, std::optional<int> callTimeLimitMs = std::nullopt)
     {
         std::vector<std::string> arguments{system, directory, name};
         if (callTimeLimitMs)
         {
             arguments.push_back(std::to_string(*callTimeLimitMs));
         }
-        processes.push_back(std::make_unique<ScriptedProcess>(NM_PROBE, arguments, uid));
-        return *processes.back();
-    }
-
-    /// The next notification line for subscription `name`, without the prefix: "<full name> <text>".
-    static std::string Notified(ScriptedProcess& process, const std::string& name)
-    {
-        const std::string prefix = "notify " + name + " ";
-        const std::string line = process.WaitForPrefix(prefix);
-        return line.empty() ? "(nothing)" : line.substr(prefix.size());
+        return *processes.emplace_back(std::make_unique<Probe>(arguments));
     }
 
     std::string directory;
     std::string system;
-    std::vector<std::unique_ptr<ScriptedProcess>> processes;
+    std::vector<std::unique_ptr<Probe>> processes;
 };
 }  // namespace Kiv::Testing
