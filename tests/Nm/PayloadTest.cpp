@@ -169,24 +169,6 @@ TEST(GenericPayloadTest, AWrappedNotificationIsReadOnlyAndDeclaresOnlyWhatItHold
                 ThrowsMessage<Kiv::InvalidOperationException>(NotEnoughFields));
 }
 
-TEST(LongStringPayloadFieldTest, PiecesFollowTheCountFieldWhereverItStands)
-{
-    GenericPayload payload(PayloadTypeId(4), "P");
-    payload.AddField(TulType::Int32);
-    LongStringPayloadField field(payload, payload.AddField(TulType::UInt32));
-    const String text = Letters(600) + String("\0hidden", 7);
-    field.CreatePayloadFieldsForString(text);
-    field.SetLongStringFieldValues(text);
-    EXPECT_EQ(payload.GetFieldCount(), 5u);
-    EXPECT_EQ(field.GetFormatString(), "{2}{3}");
-    EXPECT_EQ(field.GetString(), Letters(600)) << "a read stops at a NUL";
-    // More text than pieces made; a piece of the wrong type.
-    EXPECT_THAT([&] { field.SetLongStringFieldValues(String(1022, 'x')); },
-                ThrowsMessage<Kiv::ArgumentOutOfRangeException>(fmt::format(OutOfRange, 5)));
-    payload.SetFieldValue(4, Variant(1));
-    EXPECT_THROW(field.GetString(), Kiv::InvalidCastException);
-}
-
 TEST_F(PayloadTest, StringPayloadRoundTripsAtPieceBoundariesAndIsBoundInLength)
 {
     for (const std::size_t length : {0, 510, 511, 1022, 24527})
@@ -227,15 +209,4 @@ TEST_F(PayloadTest, TypeIdsComeFromTheBrokerByTheClassNameAndAreCheckedOnWrappin
             "notification 'A.B' uses PayloadType "
             "'Kiv::System::Nm::NmSubscribeFailedPayload<Kiv::System::Nm::NmSubscribeToUnregisteredPayload>"
             "'"));
-}
-
-TEST_F(PayloadTest, SubscribeFailedPayloadsCarryTheNameInOneFieldBelow512Characters)
-{
-    EXPECT_EQ(NmSubscribeToNotRegisteredPayload("A.B").ToString(),
-              "A subscriber subscribed to not registered notification name: A.B");
-    EXPECT_EQ(NmSubscribeToUnregisteredPayload("C").ToString(),
-              "A subscriber subscribed to unregistered notification name: C");
-    EXPECT_EQ(NmSubscribeToUnregisteredPayload(String(511, 'n')).GetAsRawPayloadType()[1].ToString(),
-              String(511, 'n'));
-    EXPECT_THROW(NmSubscribeToNotRegisteredPayload(String(512, 'n')), Kiv::ArgumentException);
 }

@@ -49,13 +49,6 @@ std::string Describe(const std::exception& e)
     return type + ": " + (kiv != nullptr ? kiv->GetMessage().c_str() : e.what());
 }
 
-std::string Rest(std::istringstream& in)
-{
-    std::string rest;
-    std::getline(in >> std::ws, rest);
-    return rest;
-}
-
 std::string Text(const Notification& notification)
 {
     return GenericPayload(notification).ToString().c_str();
@@ -83,12 +76,12 @@ std::string Resources()
     return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets);
 }
 
-/// Counts notifications whose texts are "<stream> <sequence>"; each stream must arrive whole, once, in
-/// order.
+/// What a counting subscriber saw of notifications whose texts are "<stream> <sequence>": each stream
+/// must arrive whole, once, in order.
 struct Tally
 {
     std::mutex mutex;
-    std::map<std::string, long> last;
+    std::map<std::string, long> next;
     long received = 0;
     long bad = 0;
 };
@@ -100,50 +93,44 @@ public:
 
     std::string Run(const std::string& command, std::istringstream& in)
     {
+        std::string name;
+        std::string rest;
+        in >> name;
+        std::getline(in >> std::ws, rest);
         if (command == "setup")
         {
-            std::string kind;
-            in >> kind;
-            const Kiv::String settings(Rest(in).c_str());
             Kiv::System::Commons::AppDomain::Create(processName.c_str());
-            kind == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(settings)
-                             : NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
-            return "ok";
+            name == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(rest.c_str())
+                             : NotificationManagerSetup::SetupWithoutNotificationBroker(rest.c_str());
         }
-        if (command == "register")
+        else if (command == "register")
         {
-            const std::string name = Rest(in);
             registrations[name] = NotificationRegistration<StringPayload>(name.c_str(), processName.c_str(),
                                                                           Severity::Info, Manager());
             return "ok " + std::to_string(registrations[name].GetNotificationNameId().GetValue());
         }
-        if (command == "subscribe" || command == "relay" || command == "hang" || command == "count")
+        else if (command == "subscribe")
         {
-            std::string name;
-            std::string target;
-            in >> name >> target;
-            auto& subscriber = subscribers.emplace_back(name.c_str());
-            if (command == "relay")
-            {
-                // Sending from inside Notify: the broker's thread waits for this delivery meanwhile.
-                subscriber.AddHandler(
-                    [this, target](const Notification& n)
-                    { registrations.at(target).SendNotification(StringPayload("relayed " + Text(n))); });
-            }
-            else if (command == "hang")
-            {
-                // A subscriber that never returns, as one stuck on a lock would.
-                subscriber.AddHandler(
-                    [](const Notification&)
+            subscribers.emplace_back(name.c_str())
+                .AddHandler(
+                    [name](const Notification& n)
                     {
-                        Say("hanging");
-                        std::this_thread::sleep_for(std::chrono::hours(24));
+                        Say("notify " + name + " " +
+                            Manager().GetNotificationName(n.GetNotificationNameId()).c_str() + " " + Text(n));
                     });
-            }
-            else if (command == "count")
-            {
-                // Counts only: the printing below would hold the delivery up for the test to read it.
-                subscriber.AddHandler(
+        }
+        else if (command == "relay")
+        {
+            // Sends from inside Notify, while the broker's thread waits for this delivery.
+            subscribers.emplace_back(name.c_str())
+                .AddHandler(
+                    [this, rest](const Notification& n)
+                    { registrations.at(rest).SendNotification(StringPayload("relayed " + Text(n))); });
+        }
+        else if (command == "count")
+        {
+            subscribers.emplace_back(name.c_str())
+                .AddHandler(
                     [&tally = tallies[name]](const Notification& n)
                     {
                         std::istringstream text(Text(n));
@@ -151,50 +138,34 @@ public:
                         long sequence = 0;
                         text >> stream >> sequence;
                         std::lock_guard<std::mutex> lock(tally.mutex);
-                        auto [last, fresh] = tally.last.emplace(stream, -1);
-                        tally.bad += sequence == last->second + 1 ? 0 : 1;
-                        last->second = sequence;
+                        tally.bad += sequence == tally.next[stream]++ ? 0 : 1;
                         ++tally.received;
                     });
-                return "ok";
-            }
-            subscriber.AddHandler(
-                [name](const Notification& n)
-                {
-                    Say("notify " + name + " " +
-                        Manager().GetNotificationName(n.GetNotificationNameId()).c_str() + " " + Text(n));
-                });
-            return "ok " + std::to_string(subscriber.GetNotificationNameId().GetValue());
         }
-        if (command == "report")
+        else if (command == "report")
         {
-            auto& tally = tallies.at(Rest(in));
+            auto& tally = tallies.at(name);
             std::lock_guard<std::mutex> lock(tally.mutex);
             return "ok received=" + std::to_string(tally.received) + " bad=" + std::to_string(tally.bad);
         }
-        if (command == "flood")
+        else if (command == "flood")
         {
-            // Each thread sends a numbered stream; a refused notification leaves no gap in it.
-            std::string name;
+            // Each of `threads` threads sends `count` notifications as a numbered stream of its own.
             int threads = 0;
             int count = 0;
-            in >> name >> threads >> count;
-            std::atomic<int> accepted{0};
+            std::istringstream(rest) >> threads >> count;
+            std::atomic<int> refused{0};
             std::vector<std::thread> senders;
             for (int t = 0; t < threads; ++t)
             {
                 senders.emplace_back(
                     [&, stream = processName + "/" + std::to_string(t)]
                     {
-                        for (long i = 0, sequence = 0; i < count; ++i)
+                        for (int i = 0; i < count; ++i)
                         {
-                            const auto text = stream + " " + std::to_string(sequence);
-                            if (registrations.at(name).SendNotification(StringPayload(text.c_str())) !=
-                                NotificationId(0))
-                            {
-                                ++sequence;
-                                ++accepted;
-                            }
+                            const StringPayload text((stream + " " + std::to_string(i)).c_str());
+                            refused +=
+                                registrations.at(name).SendNotification(text) == NotificationId(0) ? 1 : 0;
                         }
                     });
             }
@@ -202,61 +173,40 @@ public:
             {
                 sender.join();
             }
-            return "ok accepted=" + std::to_string(accepted) +
-                   " refused=" + std::to_string(threads * count - accepted);
+            return "ok refused=" + std::to_string(refused);
         }
-        if (command == "send" || command == "nbsend")
+        else if (command == "send")
         {
             // To a registered name, or else to the raw name id given.
-            std::string name;
-            in >> name;
-            const StringPayload payload(Rest(in).c_str());
             const auto found = registrations.find(name);
             const NotificationNameId id = found != registrations.end() ? found->second.GetNotificationNameId()
                                                                        : NotificationNameId(std::stoul(name));
-            if (command == "send")
-            {
-                return "ok " +
-                       std::to_string(
-                           Manager().SendNotification(id, Kiv::DateTime::GetUtcNow(), payload).GetValue());
-            }
-            const auto future =
-                Manager().NonBlockingSendNotification(id, Kiv::DateTime::GetUtcNow(), payload);
-            while (future.IsValid() && !future.HasValue())
-            {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-            return future.IsValid() ? "ok " + std::to_string(future.GetValue().GetValue())
-                                    : "error queue full";
+            return "ok " + std::to_string(Manager()
+                                              .SendNotification(id, Kiv::DateTime::GetUtcNow(),
+                                                                StringPayload(rest.c_str()))
+                                              .GetValue());
         }
-        if (command == "name")
-        {
-            return std::string("ok ") +
-                   Manager().GetNotificationName(NotificationNameId(std::stoul(Rest(in)))).c_str();
-        }
-        if (command == "stats")
-        {
-            return "ok submitted=" + std::to_string(Manager().GetNumberOfSubmittedNotifications());
-        }
-        if (command == "start")
+        else if (command == "start")
         {
             NotificationManagerSetup::StartDispatching();
-            return "ok";
         }
-        if (command == "resources")
+        else if (command == "resources")
         {
             return "ok " + Resources();
         }
-        if (command == "dispose")
+        else if (command == "dispose")
         {
             subscribers.clear();
             registrations.clear();
             NotificationManagerSetup::Dispose();
             Kiv::System::Commons::AppDomain::Dispose();
             Kiv::System::Tul::ServiceManager::Shutdown();
-            return "ok";
         }
-        return "error unknown command " + command;
+        else
+        {
+            return "error unknown command " + command;
+        }
+        return "ok";
     }
 
 private:

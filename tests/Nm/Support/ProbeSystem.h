@@ -2,7 +2,7 @@
 
 // A system of NmProbe processes with a system name and an endpoint directory of the test's own. A probe
 // takes commands on its standard input; its answers and the lines it prints by itself (a notification
-// arriving, say) come from its standard output. The processes are killed and reaped, and the directory
+// arriving) come from its standard output. The processes are killed and reaped, and the directory
 // removed, when the test ends, whatever happened.
 
 #include "Platform/Tul/Support/ChildProcess.h"
@@ -14,10 +14,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <string>
-#include <vector>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Kiv::Testing
@@ -30,6 +27,27 @@ public:
     {
     }
 
+    /// The answer to the oldest command not yet answered: a line that starts with "ok" or "error".
+    std::string Answer()
+    {
+        return WaitFor([](const std::string& line) { return line.rfind("notify ", 0) != 0; });
+    }
+
+    std::string Ask(const std::string& command)
+    {
+        WriteLine(command);
+        return Answer();
+    }
+
+    /// The next notification for subscription `name`, as "<full name> <text>".
+    std::string Notified(const std::string& name)
+    {
+        const std::string prefix = "notify " + name + " ";
+        const std::string line = WaitFor([&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
+        return line.empty() ? "(nothing)" : line.substr(prefix.size());
+    }
+
+private:
     /// The first line, kept or new, that satisfies `predicate`; lines passed over are kept for later
     /// calls. Empty when none came within 30 seconds or the process closed its output.
     std::string WaitFor(const std::function<bool(const std::string&)>& predicate)
@@ -55,28 +73,6 @@ public:
         }
     }
 
-    std::string WaitForPrefix(const std::string& prefix)
-    {
-        return WaitFor([&](const std::string& line) { return line.rfind(prefix, 0) == 0; });
-    }
-
-    /// Sends `command` and returns its answer, the next line that starts with "ok" or "error".
-    std::string Ask(const std::string& command)
-    {
-        WriteLine(command);
-        return WaitFor([](const std::string& line)
-                       { return line.rfind("ok", 0) == 0 || line.rfind("error", 0) == 0; });
-    }
-
-    /// The next notification line for subscription `name`, without the prefix: "<full name> <text>".
-    std::string Notified(const std::string& name)
-    {
-        const std::string prefix = "notify " + name + " ";
-        const std::string line = WaitForPrefix(prefix);
-        return line.empty() ? "(nothing)" : line.substr(prefix.size());
-    }
-
-private:
     std::deque<std::string> kept;
 };
 
