@@ -75,24 +75,6 @@ TEST_F(NonBlockingRegistrationTest, ASendIsUnderWayUntilTheWorkerBuiltThePayload
     EXPECT_THAT(sending.GetJournal(), ElementsAre("register A.B", "send 1", "send 1"));
 }
 
-TEST_F(NonBlockingRegistrationTest, AFullRingBufferLeavesAnInvalidFutureAndTheEntryFree)
-{
-    registration.Register("A.B", "me", Severity::Warning, PayloadTypeId(4));
-    sending.Hold();
-    auto running = proxy.NonBlockingUnregisterNotification(NotificationNameId(99));
-    ASSERT_TRUE(sending.WaitForCalls(2));
-    auto queued = proxy.NonBlockingUnregisterNotification(NotificationNameId(99));
-    EXPECT_FALSE(registration.Send(Stamp, {1, 2, 3}));
-    EXPECT_FALSE(registration.GetFutureNotificationId().IsValid() || registration.IsCompleted());
-    EXPECT_EQ(registration.GetBuffer().CountFilled(), 0u);
-
-    sending.Release();
-    ASSERT_TRUE(WaitFor([&] { return queued.HasValue(); }));
-    ASSERT_TRUE(registration.Send(Stamp, {4, 5, 6}));
-    ASSERT_TRUE(WaitFor([&] { return registration.IsCompleted(); }));
-    EXPECT_EQ(sending.GetSent().size(), 1u);
-}
-
 TEST_F(NonBlockingRegistrationTest, UnregisterQueuesTheRecordAndGivesTheAdapterUp)
 {
     registration.Register("A.B", "me", Severity::Warning, PayloadTypeId(4));

@@ -94,24 +94,17 @@ TEST_P(NotificationManagerTest, AComponentRegistersSendsAndReceivesAndTheInfoAgr
 
 TEST_P(NotificationManagerTest, RefusalsReachTheCallerInTheBrokersWords)
 {
-    const auto id =
-        Manager().RegisterNotification("A.B", "Test", Severity::Info, StringPayload::GetPayloadTypeId());
+    Manager().RegisterNotification("A.B", "Test", Severity::Info, StringPayload::GetPayloadTypeId());
     const auto parent = Manager().GetNotificationNameId("A");
     const StringPayload payload("x");
-    const auto send = [&](NotificationNameId to)
-    { Manager().SendNotification(to, DateTime::GetUtcNow(), payload); };
-
     EXPECT_THAT(
-        [&] { send(NotificationNameId(0)); },
+        [&] { Manager().SendNotification(NotificationNameId(0), DateTime::GetUtcNow(), payload); },
         ThrowsMessage<Kiv::ArgumentException>(HasSubstr("The supplied notification name id is invalid.")));
     EXPECT_THAT(
-        [&] { send(parent); },
+        [&] { Manager().SendNotification(parent, DateTime::GetUtcNow(), payload); },
         ThrowsMessage<Kiv::InvalidOperationException>(fmt::format(
             "Cannot send Notification. NotificationRepository: Tried to query unknown NotificationNameId={}.",
             parent)));
-    EXPECT_THAT([&] { Manager().RegisterNotification("A.B", "Other", Severity::Info, payload.GetId()); },
-                ThrowsMessage<Kiv::ArgumentException>(
-                    HasSubstr("This notification is already registered by \"Test\".")));
     EXPECT_THAT([&] { Manager().GetNotificationNameId(std::string(512, 'n').c_str()); },
                 ThrowsMessage<Kiv::ArgumentException>(HasSubstr("Input string is too long")));
     EXPECT_NE(Manager().GetNotificationNameId(std::string(511, 'n').c_str()), NotificationNameId(0));
@@ -121,10 +114,6 @@ TEST_P(NotificationManagerTest, RefusalsReachTheCallerInTheBrokersWords)
         Manager().NonBlockingSendNotification(NotificationNameId(0), DateTime::GetUtcNow(), payload);
     ASSERT_TRUE(WaitFor([&] { return future.HasValue(); }));
     EXPECT_THROW(future.CheckForValueAndException(), Kiv::ArgumentException);
-
-    Manager().UnregisterNotification(id);
-    EXPECT_THAT([&] { send(id); }, ThrowsMessage<Kiv::ArgumentException>(
-                                       HasSubstr("The referenced notification \"A.B\" is not registered.")));
 }
 
 TEST_P(NotificationManagerTest, ASubscriberFollowsItsObjectThroughDisposeInitializeAndMoves)
@@ -159,7 +148,7 @@ TEST_P(NotificationManagerTest, ASubscriberFollowsItsObjectThroughDisposeInitial
         ThrowsMessage<Kiv::ArgumentException>(HasSubstr("The supplied notification name is unknown.")));
 }
 
-TEST_P(NotificationManagerTest, ANewSetupAfterDisposeAsksForPayloadTypesAgainAndNeedsAReachableBroker)
+TEST_P(NotificationManagerTest, ANewSetupAfterDisposeWorksAndAProcessWithoutAReachableBrokerGetsNoManager)
 {
     NotificationManagerSetup::Dispose();
     NotificationManagerSetup::Dispose();
@@ -171,17 +160,14 @@ TEST_P(NotificationManagerTest, ANewSetupAfterDisposeAsksForPayloadTypesAgainAnd
             "from service provider 'Kiv'."));
     EXPECT_FALSE(NotificationManager::IsCreated());
 
-    // Payload type ids from the first broker mean nothing to the second.
     NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(""));
-    Manager().GetPayloadTypeId("Taken.First");
     RecordingSubscriber subscriber;
     Manager().Subscribe("A.B", &subscriber);
     NotificationRegistration<StringPayload> registration("A.B", "Test", Severity::Info, Manager());
     NotificationManagerSetup::StartDispatching();
     registration.SendNotification(StringPayload("again"));
     ASSERT_TRUE(WaitFor([&] { return subscriber.Count() == 1; }));
-    EXPECT_EQ(Manager().GetPayloadTypeName(PayloadTypeId(subscriber.Get()[0].payloadTypeId)),
-              "Kiv::System::Nm::StringPayload");
+    EXPECT_EQ(subscriber.Get()[0].text, "again");
     Manager().UnsubscribeFromAll(&subscriber);
 }
 

@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <memory>
+#include <type_traits>
 
 using namespace Kiv::System::Nm;
 using Kiv::DateTime;
@@ -21,6 +22,11 @@ using Kiv::System::Tul::TulArrayInformation;
 using ::testing::ThrowsMessage;
 using Variant = TulVariant<512>;
 using Bytes = std::vector<std::uint8_t>;
+
+// Ids of one kind don't mix with those of another or with raw numbers unless asked to.
+static_assert(!std::is_convertible_v<PayloadTypeId, NotificationDispatcherId>);
+static_assert(!std::is_convertible_v<std::uint32_t, NotificationNameId>);
+static_assert(!std::is_convertible_v<NotificationNameId, std::uint32_t>);
 
 namespace
 {
