@@ -1,9 +1,13 @@
 #include <Nm/Support/ProbeSystem.h>
 
+#include <Support/WaitFor.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
+#include <set>
 
 // A whole system of real processes, each driven by commands: the main process with the broker and
 // component processes, in a system and endpoint directory of the test's own.
@@ -54,25 +58,57 @@ TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRef
     // parent without a registration.
     EXPECT_THAT(sender.Ask("send 99999 x"),
                 StartsWith("error Kiv::ArgumentException: The supplied notification name id is unknown."));
-    EXPECT_EQ(
-        sender.Ask("send 1 x"),
-        "error Kiv::InvalidOperationException: Cannot send Notification. NotificationRepository: Tried to "
-        "query unknown NotificationNameId=1.");
+    EXPECT_EQ(sender.Ask("send 1 x"),
+              "error Kiv::InvalidOperationException: Cannot send Notification. NotificationRepository: Tried "
+              "to query unknown NotificationNameId=1.");
 
     // A process that dies leaves the others served.
     receiver.Stop(SIGKILL);
     ASSERT_THAT(sender.Ask("send Plant.Pump.Speed after the crash"), StartsWith("ok"));
     EXPECT_EQ(main.Notified("Plant.Pump"), "Plant.Pump.Speed after the crash");
 
-    // Leaving takes every thread and socket of the library with it, and the endpoint.
+    // When the broker's process dies, calls fail at once, and leaving still takes every thread, socket
+    // and endpoint of the library with it.
+    main.Stop(SIGKILL);
+    EXPECT_THAT(sender.Ask("send Plant.Pump.Speed lost"), StartsWith("error Kiv::CommunicationException"));
     ASSERT_EQ(sender.Ask("dispose"), "ok");
     EXPECT_EQ(sender.Ask("resources"), baseline);
-    ASSERT_EQ(main.Ask("dispose"), "ok");
-    std::vector<std::string> left;
+    std::set<std::string> left;
     for (const auto& entry : std::filesystem::directory_iterator(directory))
     {
-        left.push_back(entry.path().filename().string());
+        left.insert(entry.path().filename().string());
     }
-    // The killed receiver could not clean up after itself; nobody else left anything.
-    EXPECT_THAT(left, ::testing::ElementsAre(system + ".Receiver.sock"));
+    EXPECT_EQ(left, (std::set<std::string>{system + ".Kiv.sock", system + ".Main.sock",
+                                           system + ".Receiver.sock"}));
+}
+
+TEST_F(NmSystemTest, UnderLoadEveryNotificationArrivesOnceAndInOrder)
+{
+    // A queue that holds everything: nothing may be refused or lost.
+    const std::string roomy = directory + "/roomy.xml";
+    std::ofstream(roomy) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"20000\"/>"
+                            "</NotificationManagerSettingsDocument>";
+    Probe& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker " + roomy), "ok");
+    std::vector<Probe*> probes;
+    for (const std::string name : {"S1", "S2", "R1", "R2"})
+    {
+        probes.push_back(&Start(name));
+        ASSERT_EQ(probes.back()->Ask("setup client"), "ok");
+        ASSERT_THAT(probes.back()->Ask(name[0] == 'S' ? "register Load." + name : "count Load"),
+                    StartsWith("ok"));
+    }
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    probes[0]->WriteLine("flood Load.S1 3 1000");
+    probes[1]->WriteLine("flood Load.S2 3 1000");
+    EXPECT_EQ(probes[0]->Answer(), "ok refused=0");
+    EXPECT_EQ(probes[1]->Answer(), "ok refused=0");
+    for (Probe* receiver : {probes[2], probes[3]})
+    {
+        const std::string expected = "ok received=6000 bad=0";
+        std::string report;
+        Kiv::Testing::WaitFor([&] { return (report = receiver->Ask("report Load")) == expected; });
+        EXPECT_EQ(report, expected);
+    }
 }

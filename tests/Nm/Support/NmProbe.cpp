@@ -1,7 +1,7 @@
 // A process of a test system, driven by commands on its standard input, one per line. It answers each
 // with a line that starts with "ok" or with "error <exception class>: <message>", and prints
 // "notify <subscribed name> <full name> <text>" for each notification that reaches one of its subscribers.
-// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]
+// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME
 
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/NotificationManagerSetup.h>
@@ -17,11 +17,13 @@
 
 #include <cxxabi.h>
 
+#include <algorithm>
 #include <atomic>
 #include <filesystem>
 #include <iostream>
 #include <list>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <sstream>
 #include <thread>
@@ -41,12 +43,11 @@ void Say(const std::string& line)
 
 std::string Describe(const std::exception& e)
 {
-    int status = 0;
-    char* name = abi::__cxa_demangle(typeid(e).name(), nullptr, nullptr, &status);
-    const std::string type = status == 0 ? name : typeid(e).name();
-    std::free(name);
+    const std::unique_ptr<char, void (*)(void*)> type(
+        abi::__cxa_demangle(typeid(e).name(), nullptr, nullptr, nullptr), &std::free);
     const auto* kiv = dynamic_cast<const Kiv::Exception*>(&e);
-    return type + ": " + (kiv != nullptr ? kiv->GetMessage().c_str() : e.what());
+    return std::string(type ? type.get() : typeid(e).name()) + ": " +
+           (kiv != nullptr ? kiv->GetMessage().c_str() : e.what());
 }
 
 std::string Text(const Notification& notification)
@@ -62,17 +63,16 @@ NotificationManager& Manager()
 /// Threads and sockets of this process, to show that leaving takes the library's own with it.
 std::string Resources()
 {
-    int threads = 0;
-    for ([[maybe_unused]] const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
-    {
-        ++threads;
-    }
-    int sockets = 0;
-    for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd"))
-    {
-        std::error_code error;
-        sockets += std::filesystem::read_symlink(fd.path(), error).string().rfind("socket:", 0) == 0 ? 1 : 0;
-    }
+    using std::filesystem::directory_iterator;
+    const auto threads = std::distance(directory_iterator("/proc/self/task"), directory_iterator());
+    const auto sockets = std::count_if(directory_iterator("/proc/self/fd"), directory_iterator(),
+                                       [](const auto& fd)
+                                       {
+                                           std::error_code error;
+                                           const auto target =
+                                               std::filesystem::read_symlink(fd.path(), error);
+                                           return target.string().rfind("socket:", 0) == 0;
+                                       });
     return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets);
 }
 
@@ -159,20 +159,17 @@ public:
             for (int t = 0; t < threads; ++t)
             {
                 senders.emplace_back(
-                    [&, stream = processName + "/" + std::to_string(t)]
+                    [&, t]
                     {
                         for (int i = 0; i < count; ++i)
                         {
-                            const StringPayload text((stream + " " + std::to_string(i)).c_str());
-                            refused +=
-                                registrations.at(name).SendNotification(text) == NotificationId(0) ? 1 : 0;
+                            const auto text = processName + "/" + std::to_string(t) + " " + std::to_string(i);
+                            refused += registrations.at(name).SendNotification(StringPayload(text.c_str())) ==
+                                       NotificationId(0);
                         }
                     });
             }
-            for (auto& sender : senders)
-            {
-                sender.join();
-            }
+            std::for_each(senders.begin(), senders.end(), [](std::thread& sender) { sender.join(); });
             return "ok refused=" + std::to_string(refused);
         }
         else if (command == "send")
@@ -219,19 +216,15 @@ private:
 
 int main(int argc, char** argv)
 {
-    if (argc != 4 && argc != 5)
+    if (argc != 4)
     {
-        std::cerr << "usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]\n";
+        std::cerr << "usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME\n";
         return 2;
     }
     Kiv::System::Tul::TulSettings settings;
     settings.systemName = argv[1];
     settings.endpointDirectory = argv[2];
     settings.connectWait = std::chrono::seconds(20);
-    if (argc == 5)
-    {
-        settings.callTimeLimit = std::chrono::milliseconds(std::stoi(argv[4]));
-    }
     Kiv::System::Tul::ServiceManager::Configure(settings);
 
     Probe probe(argv[3]);

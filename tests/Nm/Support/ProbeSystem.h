@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
-#include <optional>
 
 #include <unistd.h>
 
@@ -93,15 +92,10 @@ protected:
         std::filesystem::remove_all(directory);
     }
 
-    /// A probe process named `name`; `callTimeLimitMs` bounds each of its remote calls.
-    Probe& Start(const std::string& name, std::optional<int> callTimeLimitMs = std::nullopt)
+    Probe& Start(const std::string& name)
     {
-        std::vector<std::string> arguments{system, directory, name};
-        if (callTimeLimitMs)
-        {
-            arguments.push_back(std::to_string(*callTimeLimitMs));
-        }
-        return *processes.emplace_back(std::make_unique<Probe>(arguments));
+        return *processes.emplace_back(
+            std::make_unique<Probe>(std::vector<std::string>{system, directory, name}));
     }
 
     std::string directory;
