@@ -20,14 +20,12 @@ using Kiv::String;
 using Kiv::System::Tul::TulType;
 using ::testing::ThrowsMessage;
 using Variant = TulVariant<512>;
+using Broker = Internal::NotificationBroker::NotificationBroker;
 
 namespace
 {
-const char* const ReadOnly = "Cannot change a payload object referencing to an notification.";
 const char* const NotEnoughFields =
     "Payload: Cannot add field because the associated notification does not contain enough fields.";
-const char* const OutOfRange =
-    "Specified argument was out of the range of valid values. (argument 'fieldIndex', value '{}')";
 
 Notification Wrap(PayloadTypeId type, const std::vector<Variant>& payload,
                   NotificationNameId name = NotificationNameId(7))
@@ -36,9 +34,8 @@ Notification Wrap(PayloadTypeId type, const std::vector<Variant>& payload,
 }
 
 // A receiver's view of a StringPayload: the wrapping form, declaring the same fields in the same order.
-class StringPayloadView : public SpecializedPayload<StringPayload>
+struct StringPayloadView : SpecializedPayload<StringPayload>
 {
-public:
     explicit StringPayloadView(const Notification& notification)
         : SpecializedPayload(notification), text(payload, payload.AddField(TulType::UInt32))
     {
@@ -51,20 +48,9 @@ struct CachedPayload : SpecializedPayload<CachedPayload>
 {
     CachedPayload() : SpecializedPayload(String("{}")) {}
 };
-using Broker = Internal::NotificationBroker::NotificationBroker;
 
-String Letters(std::size_t length)
-{
-    String text;
-    for (std::size_t i = 0; i < length; ++i)
-    {
-        text.push_back(static_cast<char>('a' + i % 26));
-    }
-    return text;
-}
-
-// Payload type ids are cached per process, so the whole suite shares one broker, with its manager: a
-// payload of the wrong type is reported in the names that it finds.
+// Payload type ids are cached per process, so these cases share one broker, with its manager: a payload
+// of the wrong type is reported in the names that it finds.
 class PayloadTest : public ::testing::Test
 {
 protected:
@@ -84,25 +70,25 @@ protected:
 
 TEST(PayloadTypeIdTest, TheIdIsAskedForOncePerBrokerAndKeptWhileThereIsNone)
 {
-    EXPECT_EQ(CachedPayload::GetPayloadTypeName(), "(anonymous namespace)::CachedPayload");
     EXPECT_THAT([] { CachedPayload(); }, ThrowsMessage<Kiv::InvalidOperationException>(
                                              "Cannot access NotificationManager or NotificationBroker!"));
     Kiv::System::Commons::AppDomain::Create("ProcessA");
-    AppDomainSingleton<Broker>::CreateInstance(4u);
-    // Another type first, so that this one's id in the first broker is not the first handed out.
-    AppDomainSingleton<Broker>::GetInstance().GetPayloadTypeId("Some.Other.Type");
-    const PayloadTypeId first = CachedPayload::GetPayloadTypeId();
-    EXPECT_EQ(AppDomainSingleton<Broker>::GetInstance().GetPayloadTypeName(first),
-              CachedPayload::GetPayloadTypeName());
-    AppDomainSingleton<Broker>::DisposeInstance();
-    EXPECT_EQ(CachedPayload().GetId(), first);
-
-    AppDomainSingleton<Broker>::CreateInstance(4u);
-    const PayloadTypeId second = CachedPayload::GetPayloadTypeId();
-    EXPECT_EQ(AppDomainSingleton<Broker>::GetInstance().GetPayloadTypeName(second),
-              CachedPayload::GetPayloadTypeName());
-    EXPECT_NE(second, first);
-    AppDomainSingleton<Broker>::DisposeInstance();
+    PayloadTypeId ids[2];
+    for (PayloadTypeId& id : ids)
+    {
+        AppDomainSingleton<Broker>::CreateInstance(4u);
+        if (&id != ids)
+        {
+            // Another type takes the place that this one had in the first broker.
+            AppDomainSingleton<Broker>::GetInstance().GetPayloadTypeId("Some.Other.Type");
+        }
+        id = CachedPayload::GetPayloadTypeId();
+        EXPECT_EQ(AppDomainSingleton<Broker>::GetInstance().GetPayloadTypeName(id),
+                  "(anonymous namespace)::CachedPayload");
+        AppDomainSingleton<Broker>::DisposeInstance();
+        EXPECT_EQ(CachedPayload().GetId(), id) << "kept without a broker";
+    }
+    EXPECT_NE(ids[0], ids[1]);
     Kiv::System::Commons::AppDomain::Dispose();
     Kiv::System::Tul::ServiceManager::Reset();
 }
@@ -110,16 +96,16 @@ TEST(PayloadTypeIdTest, TheIdIsAskedForOncePerBrokerAndKeptWhileThereIsNone)
 TEST(GenericPayloadTest, UnderConstructionFieldsAreDeclaredInOrderAndStoredWithoutTypeCheck)
 {
     GenericPayload payload(PayloadTypeId(4), "P", {Variant("{0}{1}"), Variant("x")});
-    EXPECT_EQ(payload.GetFieldCount(), 1u);
     EXPECT_EQ(payload.AddField(TulType::String), 1u);
     EXPECT_EQ(payload.AddField(TulType::UInt32), 2u);
     EXPECT_EQ(payload.GetFieldValue(2).GetType(), TulType::Unset);
     payload.SetFieldValue(2, Variant(std::int32_t{-3}));
     EXPECT_EQ(payload.GetFieldType(2), TulType::UInt32);
     EXPECT_EQ(payload.ToString(), "x-3");
-    EXPECT_THAT([&] { payload.SetFieldValue(3, Variant(1)); },
-                ThrowsMessage<Kiv::ArgumentOutOfRangeException>(fmt::format(OutOfRange, 3)));
-    EXPECT_EQ(payload.MoveOutRawPayload().size(), 3u);
+    EXPECT_THAT(
+        [&] { payload.SetFieldValue(3, Variant(1)); },
+        ThrowsMessage<Kiv::ArgumentOutOfRangeException>(
+            "Specified argument was out of the range of valid values. (argument 'fieldIndex', value '3')"));
 }
 
 TEST(GenericPayloadTest, AWrappedNotificationIsReadOnlyAndDeclaresOnlyWhatItHolds)
@@ -127,21 +113,17 @@ TEST(GenericPayloadTest, AWrappedNotificationIsReadOnlyAndDeclaresOnlyWhatItHold
     EXPECT_THAT([] { GenericPayload(Wrap(PayloadTypeId(5), {})); },
                 ThrowsMessage<Kiv::InvalidOperationException>(NotEnoughFields));
     const Notification notification =
-        Wrap(PayloadTypeId(5), {Variant("{0}-{2}"), Variant(1), Variant("two"), Variant("three")});
+        Wrap(PayloadTypeId(5), {Variant("{0}-{1}"), Variant(1), Variant("three")});
     GenericPayload payload(notification);
     EXPECT_EQ(payload.GetId(), PayloadTypeId(5));
-    EXPECT_TRUE(payload.IsReadOnly());
-    EXPECT_EQ(payload.GetFieldValue(3).ToString(), "three");
-    EXPECT_THROW(payload.GetFieldValue(4), Kiv::ArgumentOutOfRangeException);
-    EXPECT_THAT([&] { payload.SetFieldValue(0, Variant("x")); },
-                ThrowsMessage<Kiv::InvalidOperationException>(ReadOnly));
     EXPECT_EQ(payload.ToString(), "1-three");
+    EXPECT_THAT([&] { payload.SetFieldValue(0, Variant("x")); },
+                ThrowsMessage<Kiv::InvalidOperationException>(
+                    "Cannot change a payload object referencing to an notification."));
     // A copy still reads the notification itself, so re-sending passes on every field.
     EXPECT_EQ(&GenericPayload(payload).GetAsRawPayloadType(), &notification.GetPayload());
-
     EXPECT_EQ(payload.AddField(TulType::Int32), 1u);
-    payload.AddField(TulType::String);
-    EXPECT_EQ(payload.AddField(TulType::String), 3u);
+    EXPECT_EQ(payload.AddField(TulType::String), 2u);
     EXPECT_THAT([&] { payload.AddField(TulType::String); },
                 ThrowsMessage<Kiv::InvalidOperationException>(NotEnoughFields));
 }
@@ -150,18 +132,22 @@ TEST_F(PayloadTest, StringPayloadRoundTripsAtPieceBoundariesAndIsBoundInLength)
 {
     for (const std::size_t length : {0, 510, 511, 1022, 24527})
     {
-        const String text = Letters(length);
-        const StringPayload sent(text);
+        // Numbered text, so that a piece out of place shows.
+        std::string text;
+        while (text.size() < length)
+        {
+            text += std::to_string(text.size()) + ",";
+        }
+        text.resize(length);
+        const StringPayload sent(text.c_str());
         const auto& values = sent.GetAsRawPayloadType();
         ASSERT_EQ(values.size(), length / 511 + 3) << length;
-        EXPECT_EQ(values.back().ToString().size(), length % 511) << "the last piece is shorter than 511";
         EXPECT_EQ(sent.ToString(), text) << length;
 
         const Notification received = Wrap(sent.GetId(), values);
         const StringPayloadView view(received);
         EXPECT_EQ(view.text.GetString(), text) << length;
         EXPECT_EQ(view.text.IsEmpty(), length == 0);
-        EXPECT_EQ(view.ToString(), text);
     }
     // The format string of the pieces bounds the length; the formatter's field limit bounds the text.
     EXPECT_EQ(StringPayload(String(62852, 'x')).GetAsRawPayloadType().size(), 125u);
@@ -172,12 +158,8 @@ TEST_F(PayloadTest, StringPayloadRoundTripsAtPieceBoundariesAndIsBoundInLength)
 
 TEST_F(PayloadTest, TypeIdsComeFromTheBrokerByTheClassNameAndAreCheckedOnWrapping)
 {
-    EXPECT_EQ(StringPayload::GetPayloadTypeName(), "Kiv::System::Nm::StringPayload");
-    EXPECT_EQ(NmSubscribeToUnregisteredPayload::GetPayloadTypeName(),
-              "Kiv::System::Nm::NmSubscribeFailedPayload<Kiv::System::Nm::NmSubscribeToUnregisteredPayload>");
     auto& broker = AppDomainSingleton<Broker>::GetInstance();
     EXPECT_EQ(broker.GetPayloadTypeId("Kiv::System::Nm::StringPayload"), StringPayload("x").GetId());
-
     const PayloadTypeId other = NmSubscribeToUnregisteredPayload::GetPayloadTypeId();
     const NotificationNameId name = broker.RegisterNotification("A.B", "S", Severity::Info, other);
     EXPECT_THAT(

@@ -1,6 +1,5 @@
-// A process of a test system, driven by commands on its standard input, one per line. It answers each
-// with a line that starts with "ok" or with "error <exception class>: <message>", and prints
-// "notify <subscribed name> <full name> <text>" for each notification that reaches one of its subscribers.
+// A process of a test system, driven by commands on its standard input, one per line. It answers each,
+// and prints nothing else, with a line that starts with "ok" or with "error <exception class>: <message>".
 // Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME
 
 #include <Nm/GenericPayload.h>
@@ -19,6 +18,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <iostream>
 #include <list>
@@ -33,14 +34,6 @@ using Kiv::System::Nm::Internal::NotificationManagerSetup;
 
 namespace
 {
-std::mutex outputMutex;
-
-void Say(const std::string& line)
-{
-    std::lock_guard<std::mutex> lock(outputMutex);
-    std::cout << line << std::endl;
-}
-
 std::string Describe(const std::exception& e)
 {
     const std::unique_ptr<char, void (*)(void*)> type(
@@ -81,6 +74,7 @@ std::string Resources()
 struct Tally
 {
     std::mutex mutex;
+    std::condition_variable changed;
     std::map<std::string, long> next;
     long received = 0;
     long bad = 0;
@@ -113,11 +107,27 @@ public:
         {
             subscribers.emplace_back(name.c_str())
                 .AddHandler(
-                    [name](const Notification& n)
+                    [this, name](const Notification& n)
                     {
-                        Say("notify " + name + " " +
-                            Manager().GetNotificationName(n.GetNotificationNameId()).c_str() + " " + Text(n));
+                        const std::string fullName =
+                            Manager().GetNotificationName(n.GetNotificationNameId()).c_str();
+                        std::lock_guard<std::mutex> lock(mutex);
+                        notified[name].push_back(fullName + " " + Text(n));
+                        arrived.notify_all();
                     });
+        }
+        else if (command == "next")
+        {
+            // The next notification of subscription `name`, as "<full name> <text>".
+            std::unique_lock<std::mutex> lock(mutex);
+            auto& queue = notified[name];
+            if (!arrived.wait_for(lock, std::chrono::seconds(20), [&] { return !queue.empty(); }))
+            {
+                return "error nothing arrived";
+            }
+            const std::string line = queue.front();
+            queue.pop_front();
+            return "ok " + line;
         }
         else if (command == "relay")
         {
@@ -140,12 +150,16 @@ public:
                         std::lock_guard<std::mutex> lock(tally.mutex);
                         tally.bad += sequence == tally.next[stream]++ ? 0 : 1;
                         ++tally.received;
+                        tally.changed.notify_all();
                     });
         }
         else if (command == "report")
         {
+            // Once `rest` notifications have arrived, or 20 seconds have passed.
             auto& tally = tallies.at(name);
-            std::lock_guard<std::mutex> lock(tally.mutex);
+            std::unique_lock<std::mutex> lock(tally.mutex);
+            tally.changed.wait_for(lock, std::chrono::seconds(20),
+                                   [&] { return tally.received >= std::stol(rest); });
             return "ok received=" + std::to_string(tally.received) + " bad=" + std::to_string(tally.bad);
         }
         else if (command == "flood")
@@ -208,6 +222,10 @@ public:
 
 private:
     std::string processName;
+    // Declared before the subscribers, which use them until they go.
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::map<std::string, std::deque<std::string>> notified;
     std::map<std::string, NotificationRegistration<StringPayload>> registrations;
     std::map<std::string, Tally> tallies;
     std::list<NotificationSubscriber> subscribers;
@@ -235,11 +253,11 @@ int main(int argc, char** argv)
         in >> command;
         try
         {
-            Say(probe.Run(command, in));
+            std::cout << probe.Run(command, in) << std::endl;
         }
         catch (const std::exception& e)
         {
-            Say("error " + Describe(e));
+            std::cout << "error " << Describe(e) << std::endl;
         }
     }
     return 0;
