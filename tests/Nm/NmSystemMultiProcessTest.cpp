@@ -93,7 +93,7 @@ TEST_F(NmSystemTest, UnderLoadEveryNotificationArrivesOnceAndInOrder)
     {
         probes.push_back(&Start(name));
         ASSERT_EQ(probes.back()->Ask("setup client"), "ok");
-        ASSERT_THAT(probes.back()->Ask(name[0] == 'S' ? "register Load." + name : "count Load"),
+        ASSERT_THAT(probes.back()->Ask(name[0] == 'S' ? "register Load." + name : "subscribe Load"),
                     StartsWith("ok"));
     }
     ASSERT_EQ(main.Ask("start"), "ok");

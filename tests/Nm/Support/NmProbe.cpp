@@ -16,7 +16,6 @@
 
 #include <cxxabi.h>
 
-#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <deque>
@@ -56,29 +55,16 @@ NotificationManager& Manager()
 /// Threads and sockets of this process, to show that leaving takes the library's own with it.
 std::string Resources()
 {
-    using std::filesystem::directory_iterator;
-    const auto threads = std::distance(directory_iterator("/proc/self/task"), directory_iterator());
-    const auto sockets = std::count_if(directory_iterator("/proc/self/fd"), directory_iterator(),
-                                       [](const auto& fd)
-                                       {
-                                           std::error_code error;
-                                           const auto target =
-                                               std::filesystem::read_symlink(fd.path(), error);
-                                           return target.string().rfind("socket:", 0) == 0;
-                                       });
+    namespace fs = std::filesystem;
+    int sockets = 0;
+    for (const auto& fd : fs::directory_iterator("/proc/self/fd"))
+    {
+        std::error_code error;
+        sockets += fs::read_symlink(fd.path(), error).string().rfind("socket:", 0) == 0 ? 1 : 0;
+    }
+    const auto threads = std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
     return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets);
 }
-
-/// What a counting subscriber saw of notifications whose texts are "<stream> <sequence>": each stream
-/// must arrive whole, once, in order.
-struct Tally
-{
-    std::mutex mutex;
-    std::condition_variable changed;
-    std::map<std::string, long> next;
-    long received = 0;
-    long bad = 0;
-};
 
 class Probe
 {
@@ -137,30 +123,23 @@ public:
                     [this, rest](const Notification& n)
                     { registrations.at(rest).SendNotification(StringPayload("relayed " + Text(n))); });
         }
-        else if (command == "count")
-        {
-            subscribers.emplace_back(name.c_str())
-                .AddHandler(
-                    [&tally = tallies[name]](const Notification& n)
-                    {
-                        std::istringstream text(Text(n));
-                        std::string stream;
-                        long sequence = 0;
-                        text >> stream >> sequence;
-                        std::lock_guard<std::mutex> lock(tally.mutex);
-                        tally.bad += sequence == tally.next[stream]++ ? 0 : 1;
-                        ++tally.received;
-                        tally.changed.notify_all();
-                    });
-        }
         else if (command == "report")
         {
-            // Once `rest` notifications have arrived, or 20 seconds have passed.
-            auto& tally = tallies.at(name);
-            std::unique_lock<std::mutex> lock(tally.mutex);
-            tally.changed.wait_for(lock, std::chrono::seconds(20),
-                                   [&] { return tally.received >= std::stol(rest); });
-            return "ok received=" + std::to_string(tally.received) + " bad=" + std::to_string(tally.bad);
+            // Once `rest` notifications of subscription `name` have arrived, or 20 seconds have passed: how
+            // many there are, and how many of them broke the order of their stream, given as the last
+            // number of their text.
+            std::unique_lock<std::mutex> lock(mutex);
+            const auto& queue = notified[name];
+            arrived.wait_for(lock, std::chrono::seconds(20),
+                             [&] { return queue.size() >= std::stoul(rest); });
+            std::map<std::string, long> next;
+            long bad = 0;
+            for (const std::string& line : queue)
+            {
+                const auto end = line.rfind(' ');
+                bad += std::stol(line.substr(end)) == next[line.substr(0, end)]++ ? 0 : 1;
+            }
+            return "ok received=" + std::to_string(queue.size()) + " bad=" + std::to_string(bad);
         }
         else if (command == "flood")
         {
@@ -183,7 +162,10 @@ public:
                         }
                     });
             }
-            std::for_each(senders.begin(), senders.end(), [](std::thread& sender) { sender.join(); });
+            for (auto& sender : senders)
+            {
+                sender.join();
+            }
             return "ok refused=" + std::to_string(refused);
         }
         else if (command == "send")
@@ -227,7 +209,6 @@ private:
     std::condition_variable arrived;
     std::map<std::string, std::deque<std::string>> notified;
     std::map<std::string, NotificationRegistration<StringPayload>> registrations;
-    std::map<std::string, Tally> tallies;
     std::list<NotificationSubscriber> subscribers;
 };
 }  // namespace
