@@ -22,6 +22,7 @@ struct Service : Kiv::System::Nm::AppDomainSingleton<Service>
 
 TEST(AppDomainSingletonTest, OneInstancePerTypeAndNoneWithoutAnAppDomain)
 {
+    EXPECT_FALSE(Service::IsCreated());
     EXPECT_THAT([] { Service::CreateInstance(1); },
                 ThrowsMessage<Kiv::Exception>(
                     "Singleton instance of type 'Kiv::System::Commons::AppDomain' was not created yet!"));

@@ -6,7 +6,6 @@
 
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exceptions.h>
-#include <Kiv/Logging/CapturingSink.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
 #include <Support/InProcessSystem.h>
@@ -155,22 +154,4 @@ TEST_P(NotificationManagerTest, WithoutAReachableBrokerASetupLeavesNoManagerBehi
             "Could not retrieve service 'Kiv::System::Nm::Services::Internal::INotificationSendingService' "
             "from service provider 'Kiv'."));
     EXPECT_FALSE(NotificationManager::IsCreated());
-}
-
-TEST(NotificationSubscriberTest, ASubscriberThatOutlivesTheManagerLogsOneLineAndReturns)
-{
-    EXPECT_NO_THROW(NotificationManagerSetup::StartDispatching()) << "without an AppDomain";
-    Kiv::System::Commons::Logging::CapturingSink log;
-    AppDomain::Create("ProcessA");
-    NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(""));
-    auto subscriber = std::make_unique<NotificationSubscriber>("A.B");
-    NotificationManagerSetup::Dispose();
-    subscriber.reset();
-    AppDomain::Dispose();
-    ServiceManager::Reset();
-    const auto lines = log.GetRecords("Kiv.System.Nm.NotificationSubscriber");
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].level, Kiv::System::Commons::Logging::LogLevel::Error);
-    EXPECT_THAT(lines[0].text.c_str(),
-                HasSubstr("Caught exception while unsubscribing from notificationName=A.B id="));
 }

@@ -111,7 +111,6 @@ public:
     }
 
     const ThreeNumbersArgumentsBuffer& GetBuffer() const { return *buffer; }
-    long BufferUseCount() const { return buffer.use_count(); }
 
 private:
     std::shared_ptr<ThreeNumbersArgumentsBuffer> buffer;

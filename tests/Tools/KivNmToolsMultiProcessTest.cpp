@@ -20,12 +20,6 @@ using Json = nlohmann::json;
 
 namespace
 {
-struct ToolResult
-{
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together, in order
-};
-
 int ExitCode(int status)
 {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
@@ -39,8 +33,7 @@ protected:
         char made[] = "/tmp/kivnm-tools-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
-        static int tests = 0;
-        system = "tools-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
+        system = "tools-" + std::to_string(getpid());
     }
     void TearDown() override
     {
@@ -54,8 +47,9 @@ protected:
         return *processes.emplace_back(std::make_unique<ChildProcess>(program, args));
     }
 
-    /// Runs kivnm in this test's system to its end.
-    ToolResult Tool(const std::vector<std::string>& args) const
+    /// Runs kivnm in this test's system to its end: its output, stdout and stderr together, and its exit
+    /// code in `exitCode`.
+    std::string Tool(const std::vector<std::string>& args)
     {
         std::string command =
             std::string(KIVNM_CLI) + " --system '" + system + "' --endpoints '" + directory + "'";
@@ -63,15 +57,15 @@ protected:
         {
             command += " '" + arg + "'";
         }
-        ToolResult result;
+        std::string output;
         FILE* pipe = popen((command + " 2>&1").c_str(), "r");
         char chunk[4096];
         while (std::fgets(chunk, sizeof chunk, pipe) != nullptr)
         {
-            result.output += chunk;
+            output += chunk;
         }
-        result.exitCode = ExitCode(pclose(pipe));
-        return result;
+        exitCode = ExitCode(pclose(pipe));
+        return output;
     }
 
     /// The next line of `process` that parses as a notification of `name`; empty when none comes.
@@ -90,18 +84,17 @@ protected:
     std::string directory;
     std::string system;
     std::vector<std::unique_ptr<ChildProcess>> processes;
+    int exitCode = -1;
 };
 }  // namespace
 
 TEST_F(KivNmToolsTest, TheDemoComponentsAndTheToolSeeTheSameNotificationsAndEveryoneStopsCleanly)
 {
-    const auto none = Tool({"stats"});
-    EXPECT_EQ(none.exitCode, 1);
-    EXPECT_EQ(none.output,
+    EXPECT_EQ(Tool({"stats"}),
               "kivnm: no broker reachable for system '" + system + "' (endpoints in " + directory + ")\n");
-    const auto bad = Tool({"frobnicate"});
-    EXPECT_EQ(bad.exitCode, 2);
-    EXPECT_THAT(bad.output, HasSubstr("usage: kivnm"));
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_THAT(Tool({"frobnicate"}), HasSubstr("usage: kivnm"));
+    EXPECT_EQ(exitCode, 2);
 
     ChildProcess& host = Start(KIVNM_HOST, {"--name", "Main", "--broker", "--start-on-signal"});
     ASSERT_EQ(host.ReadLine(), "ready");
@@ -111,8 +104,8 @@ TEST_F(KivNmToolsTest, TheDemoComponentsAndTheToolSeeTheSameNotificationsAndEver
     ASSERT_EQ(sensor.ReadLine(), "sensor ready");
     ChildProcess& watch = Start(KIVNM_CLI, {"--json", "watch", "Demo.Plant", "Demo.Cli"});
     // The set-up window: everyone has joined once the tool's process is listed.
-    for (int i = 0;
-         i < 300 && Tool({"list"}).output.find("ExceptionDuringNotify.kivnm-watch") == std::string::npos; ++i)
+    for (int i = 0; i < 300 && Tool({"list"}).find("ExceptionDuringNotify.kivnm-watch") == std::string::npos;
+         ++i)
     {
         usleep(100 * 1000);
     }
@@ -130,24 +123,22 @@ TEST_F(KivNmToolsTest, TheDemoComponentsAndTheToolSeeTheSameNotificationsAndEver
     EXPECT_EQ(reading["severity"], "Info");
     EXPECT_THAT(reading["text"].get<std::string>(), HasSubstr("pressure = "));
 
-    const auto list = Tool({"list", "registered"});
-    EXPECT_EQ(list.exitCode, 0);
-    EXPECT_THAT(list.output, HasSubstr("Registered    Info      Demo.Plant.Temperature"));
-    const auto show = Json::parse(Tool({"--json", "show", "Demo.Plant.Pressure"}).output);
+    EXPECT_THAT(Tool({"list", "registered"}), HasSubstr("Registered    Info      Demo.Plant.Temperature"));
+    EXPECT_EQ(exitCode, 0);
+    const auto show = Json::parse(Tool({"--json", "show", "Demo.Plant.Pressure"}));
     EXPECT_EQ(show["sender"], "Sensor");
     EXPECT_EQ(show["status"], "Registered");
-    EXPECT_THAT(Tool({"types"}).output, HasSubstr("Demo::PlantReading"));
-    EXPECT_GT(Json::parse(Tool({"--json", "stats"}).output)["submitted"].get<int>(), 0);
-    const auto unknown = Tool({"show", "No.Such.Name"});
-    EXPECT_EQ(unknown.exitCode, 1);
-    EXPECT_EQ(unknown.output,
-              "kivnm: The supplied notification name is unknown. (argument 'notificationName', "
-              "value 'No.Such.Name')\n");
-    EXPECT_EQ(Tool({"state"}).output, "subscription state: checked\n");
-    EXPECT_EQ(Tool({"state", "relaxed"}).output, "subscription state: relaxed\n");
+    EXPECT_EQ(Tool({"show", "No.Such.Name"}),
+              "kivnm: The supplied notification name is unknown. (argument "
+              "'notificationName', value 'No.Such.Name')\n");
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_THAT(Tool({"types"}), HasSubstr("Demo::PlantReading"));
+    EXPECT_GT(Json::parse(Tool({"--json", "stats"}))["submitted"].get<int>(), 0);
+    EXPECT_EQ(Tool({"state"}), "subscription state: checked\n");
+    EXPECT_EQ(Tool({"state", "relaxed"}), "subscription state: relaxed\n");
 
     const auto sent = Tool({"send", "Demo.Cli.Hello", "hello from the shell", "--severity", "Warning"});
-    EXPECT_EQ(sent.exitCode, 0) << sent.output;
+    EXPECT_EQ(exitCode, 0) << sent;
     reading = NextNotification(watch, "Demo.Cli.Hello");
     EXPECT_EQ(reading["text"], "hello from the shell");
     EXPECT_EQ(reading["severity"], "Warning");
