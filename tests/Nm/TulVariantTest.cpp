@@ -70,11 +70,8 @@ TEST(TulVariantTest, TypedReadNeedsTheExactCodeSaveForAliases)
 TEST(TulVariantTest, ToStringGivesNumbersAsDecimalsAndTimesInIso8601)
 {
     EXPECT_EQ(Variant(std::int8_t{65}).ToString(), "65");
-    EXPECT_EQ(Variant(u'\xffff').ToString(), "65535");
-    EXPECT_EQ(Raw(41, std::int32_t{-7}).ToString(), "-7");
     EXPECT_EQ(Variant(std::numeric_limits<std::uint64_t>::max()).ToString(), "18446744073709551615");
     EXPECT_EQ(Variant(1.5f).ToString(), "1.500000");
-    EXPECT_EQ(Variant().ToString(), "");
     // 2026-11-21T08:15:30 UTC with 1234567 ticks.
     EXPECT_EQ(Variant(DateTime(DateTime::UnixEpochTicks + 1795248930ull * DateTime::TicksPerSecond + 1234567,
                                Kiv::DateTimeKind::Utc))

@@ -26,7 +26,7 @@
 #include <memory>
 
 // The stubs of every service over a broker in this process, with a policy that refuses every guarded
-// operation. Calls of the public service go through this process's own endpoint, as from another process.
+// operation.
 
 using namespace Kiv::System;
 using ::testing::HasSubstr;
@@ -64,7 +64,7 @@ protected:
 };
 }  // namespace
 
-TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterface)
+TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterfaceAndThePublicOneAsksThePolicyFirst)
 {
     const std::tuple<const char*, Tul::ITulServiceFactory*, int> services[] = {
         {"Kiv", &Nm::Services::Internal::NotificationSendingServiceFactory::GetInstance(), 3},
@@ -87,10 +87,8 @@ TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterface)
             EXPECT_THAT(context.GetAbortText().c_str(), HasSubstr("0x40000003"));
         }
     }
-}
 
-TEST_F(ServiceStubTest, EveryOperationOfThePublicServiceAsksThePolicyFirst)
-{
+    // Through this process's own endpoint, as from another process.
     using Nm::Services::ToTulString;
     auto service = Nm::Services::FetchService<Nm::Services::INotificationManagerService,
                                               Nm::Services::NotificationManagerServiceProxyFactory>();
