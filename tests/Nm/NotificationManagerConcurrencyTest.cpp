@@ -64,8 +64,6 @@ TEST_P(NotificationManagerTest, AComponentRegistersSendsAndReceivesAndTheInfoAgr
 
     const auto id = registration.GetNotificationNameId();
     EXPECT_EQ(Manager().GetNotificationNameId("Demo.Plant.Pump"), id);
-    EXPECT_EQ(Manager().GetPayloadTypeName(StringPayload::GetPayloadTypeId()),
-              "Kiv::System::Nm::StringPayload");
     const auto info = Manager().GetNotificationRegistration(id);
     EXPECT_EQ(info.GetNotificationName(), "Demo.Plant.Pump");
     EXPECT_EQ(info.GetSenderName(), "Pump");

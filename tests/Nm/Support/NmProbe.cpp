@@ -91,10 +91,16 @@ public:
         }
         else if (command == "subscribe")
         {
+            // With a registered name after it, each notification is relayed there from inside Notify, while
+            // the broker's thread waits for this delivery.
             subscribers.emplace_back(name.c_str())
                 .AddHandler(
-                    [this, name](const Notification& n)
+                    [this, name, rest](const Notification& n)
                     {
+                        if (!rest.empty())
+                        {
+                            registrations.at(rest).SendNotification(StringPayload("relayed " + Text(n)));
+                        }
                         const std::string fullName =
                             Manager().GetNotificationName(n.GetNotificationNameId()).c_str();
                         std::lock_guard<std::mutex> lock(mutex);
@@ -114,14 +120,6 @@ public:
             const std::string line = queue.front();
             queue.pop_front();
             return "ok " + line;
-        }
-        else if (command == "relay")
-        {
-            // Sends from inside Notify, while the broker's thread waits for this delivery.
-            subscribers.emplace_back(name.c_str())
-                .AddHandler(
-                    [this, rest](const Notification& n)
-                    { registrations.at(rest).SendNotification(StringPayload("relayed " + Text(n))); });
         }
         else if (command == "report")
         {
@@ -213,13 +211,8 @@ private:
 };
 }  // namespace
 
-int main(int argc, char** argv)
+int main(int, char** argv)
 {
-    if (argc != 4)
-    {
-        std::cerr << "usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME\n";
-        return 2;
-    }
     Kiv::System::Tul::TulSettings settings;
     settings.systemName = argv[1];
     settings.endpointDirectory = argv[2];
