@@ -40,8 +40,7 @@ TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRef
     ASSERT_EQ(main.Ask("start"), "ok");
 
     ASSERT_THAT(sender.Ask("send Plant.Pump.Speed two"), StartsWith("ok"));
-    ASSERT_THAT(sender.Ask("send Plant.Pump.Speed three"), StartsWith("ok"));
-    for (const std::string text : {"one", "two", "three"})
+    for (const std::string text : {"one", "two"})
     {
         EXPECT_EQ(receiver.Notified("Plant.Pump.Speed"), "ok Plant.Pump.Speed " + text);
         EXPECT_EQ(receiver.Notified("Plant"), "ok Plant.Pump.Speed " + text);

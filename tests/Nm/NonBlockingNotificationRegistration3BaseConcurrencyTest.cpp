@@ -22,15 +22,11 @@ const Kiv::DateTime Stamp(637'000'000'000'000'000ULL, Kiv::DateTimeKind::Utc);
 class NonBlockingRegistrationTest : public ::testing::Test
 {
 protected:
-    std::unique_ptr<NonBlockingNotificationSendingAdapter> MakeAdapter()
-    {
-        return std::make_unique<NonBlockingNotificationSendingAdapter>(facade);
-    }
-
     Kiv::Testing::RecordingSending sending;
     Internal::NonBlockingNotificationSending::Proxy proxy{sending, 1};
     Kiv::Testing::ProxyFacade facade{sending, proxy};
-    Kiv::Testing::ThreeNumbersRegistration registration{MakeAdapter(), 2};
+    Kiv::Testing::ThreeNumbersRegistration registration{
+        std::make_unique<NonBlockingNotificationSendingAdapter>(facade), 2};
 };
 
 TEST_F(NonBlockingRegistrationTest, AFailedRegistrationLeavesTheObjectAsItWasAndAMoveTakesTheRegistration)

@@ -121,7 +121,6 @@ TEST_P(NotificationManagerTest, ASubscriberFollowsItsObjectThroughDisposeInitial
     target.AddHandler([&](const Notification& n) { second.Notify(n); });
 
     source.Dispose();
-    source.Dispose();
     EXPECT_FALSE(source.IsInitialized());
     source.Initialize();
     EXPECT_EQ(source.GetNotificationNameId(), id);
@@ -136,9 +135,6 @@ TEST_P(NotificationManagerTest, ASubscriberFollowsItsObjectThroughDisposeInitial
 
     target.Dispose();
     EXPECT_FALSE(Kiv::Testing::InProcessSystem::Dispatcher().HasSubscribersFor(id));
-    EXPECT_THAT(
-        [] { NotificationSubscriber late("Nobody.Registered"); },
-        ThrowsMessage<Kiv::ArgumentException>(HasSubstr("The supplied notification name is unknown.")));
 }
 
 // Each case sets the system up anew in the same process; a process that finds no broker gets no manager.

@@ -40,7 +40,6 @@ namespace
 class RecordingWriter final : public Kiv::System::Tul::TulWriter
 {
 public:
-    using TulType = Kiv::System::Tul::TulType;
     using TulStringEncoding = Kiv::System::Tul::TulStringEncoding;
 
     std::vector<std::string> calls;
@@ -118,12 +117,6 @@ Notification Read(const Bytes& bytes)
     return notification;
 }
 
-template <class E>
-void ExpectRefused(const Bytes& bytes, const std::string& message)
-{
-    EXPECT_THAT([&] { Read(bytes); }, ThrowsMessage<E>(message));
-}
-
 // A message with every kind of element that can be read.
 const Bytes hostileSample =
     Write(Make({Variant(TulType::Void), Variant(true), Variant(std::int16_t{-2}), Raw(41, 5),
@@ -149,13 +142,11 @@ TEST(NotificationTest, SerializeCallsTheWriterInTheFixedOrder)
         "ArrayInformation 28 1 2 0", "ObjectType DateTime", "DateTime 0x48daa19ea6b30000", "ObjectType Guid",
         "Data 16 0xab"};
     EXPECT_EQ(writer.calls, expected);
-    EXPECT_EQ(notification.GetPayload()[3].GetWriter(), &writer);
-    EXPECT_EQ(notification.GetPayload()[6].GetWriter(), &writer);
+    EXPECT_EQ(notification.GetPayload()[6].GetWriter(), &writer) << "kept in an Array header";
 }
 
 TEST(NotificationTest, EveryReadableCodeRoundTripsAndAliasesComeBackPlain)
 {
-    EXPECT_TRUE(Read(Write(Make({}))).GetPayload().empty());
     const std::string longest(511, 'z');
     std::vector<Variant> sent({Variant(TulType::Void), Variant(false), Variant(std::int8_t{-8}),
                                Variant(std::uint8_t{200}), Variant(std::int16_t{-300}),
@@ -195,24 +186,25 @@ TEST(NotificationTest, ValuesWithoutWireFormAreRefusedWithTheirName)
     // From the wire: a record written with the kind bits cleared afterwards.
     Bytes bytes = Write(Make({}));
     bytes[27] &= 0x3F;  // top byte of the timestamp, behind the struct header, two ids and the DateTime tag
-    ExpectRefused<Kiv::NotSupportedException>(bytes, text);
+    EXPECT_THAT([&] { Read(bytes); }, ThrowsMessage<Kiv::NotSupportedException>(text));
+    EXPECT_THAT([] { Write(Make({Variant(TulType::Unset)})); },
+                ThrowsMessage<Kiv::NotSupportedException>("DataType 'Unset' not supported by TulVariant."));
     const std::pair<unsigned, std::string> codes[] = {
         {0, "None"}, {26, "String26"}, {43, "43"}, {255, "Unset"}};
     for (const auto& [code, name] : codes)
     {
-        EXPECT_THAT([code = code] { Write(Make({Raw(code, 0)})); },
-                    ThrowsMessage<Kiv::NotSupportedException>("DataType '" + name +
-                                                              "' not supported by TulVariant."));
-        // The same code as the object type of an Int32 element on the wire.
+        // As the object type of an Int32 element on the wire.
         Bytes bytes = Write(Make({Variant(std::int32_t{7})}));
         bytes[bytes.size() - 5] = static_cast<std::uint8_t>(code);
-        ExpectRefused<Kiv::NotSupportedException>(bytes, "TulType " + name + " not supported.");
+        EXPECT_THAT([&] { Read(bytes); },
+                    ThrowsMessage<Kiv::NotSupportedException>("TulType " + name + " not supported."));
     }
     for (const Variant& value :
          {Variant(Kiv::System::Tul::TulVersion{1, 2, 3, 4}), Variant(Kiv::System::Tul::TulGuid{})})
     {
-        ExpectRefused<Kiv::NotImplementedException>(
-            Write(Make({value})), "Type TulVersion and TulGuid are currently not supported by TulVariant");
+        EXPECT_THAT([&] { Read(Write(Make({value}))); },
+                    ThrowsMessage<Kiv::NotImplementedException>(
+                        "Type TulVersion and TulGuid are currently not supported by TulVariant"));
     }
     Variant unterminated(TulType::String);
     std::memset(unterminated.GetData(), 'x', Variant::MaxStringSize);

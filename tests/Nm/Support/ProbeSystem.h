@@ -41,8 +41,7 @@ protected:
         char made[] = "/tmp/kiv-nm-system-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
-        static int tests = 0;
-        system = "nm-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
+        system = "nm-" + std::to_string(getpid());
     }
     void TearDown() override
     {
