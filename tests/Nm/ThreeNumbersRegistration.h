@@ -6,6 +6,7 @@
 #include <Nm/NonBlockingNotificationRegistration3ArgumentsBufferBase.h>
 #include <Nm/NonBlockingNotificationRegistration3Base.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -45,12 +46,8 @@ public:
 
     std::uint32_t CountFilled() const
     {
-        std::uint32_t filled = 0;
-        for (const auto& entry : entries)
-        {
-            filled += entry.filled.load() ? 1 : 0;
-        }
-        return filled;
+        return static_cast<std::uint32_t>(std::count_if(
+            entries.begin(), entries.end(), [](const Entry& entry) { return entry.filled.load(); }));
     }
 
     /// The payload function: runs on the worker.
@@ -111,7 +108,6 @@ public:
     }
 
     const ThreeNumbersArgumentsBuffer& GetBuffer() const { return *buffer; }
-    long BufferUseCount() const { return buffer.use_count(); }
 
 private:
     std::shared_ptr<ThreeNumbersArgumentsBuffer> buffer;

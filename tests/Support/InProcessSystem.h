@@ -39,14 +39,9 @@ public:
     InProcessSystem& operator=(const InProcessSystem&) = delete;
     ~InProcessSystem()
     {
-        if (System::Nm::AppDomainSingleton<NotificationDispatcher>::IsCreated())
-        {
-            System::Nm::AppDomainSingleton<NotificationDispatcher>::DisposeInstance();
-        }
-        if (System::Nm::AppDomainSingleton<NotificationBroker>::IsCreated())
-        {
-            System::Nm::AppDomainSingleton<NotificationBroker>::DisposeInstance();
-        }
+        // Disposing what isn't there does nothing.
+        System::Nm::AppDomainSingleton<NotificationDispatcher>::DisposeInstance();
+        System::Nm::AppDomainSingleton<NotificationBroker>::DisposeInstance();
         System::Commons::AppDomain::Dispose();
         System::Tul::ServiceManager::Reset();
     }
@@ -79,18 +74,16 @@ public:
         : action(std::move(action))
     {
     }
-    void Notify(const System::Nm::Notification& notification) override
+    void Notify(const System::Nm::Notification& n) override
     {
-        Received received{notification.GetNotificationNameId().GetValue(), notification.GetId().GetValue(),
-                          notification.GetSeverity(), notification.GetPayloadTypeId().GetValue(),
-                          System::Nm::GenericPayload(notification).ToString()};
         {
             std::lock_guard<std::mutex> lock(mutex);
-            list.push_back(std::move(received));
+            list.push_back({n.GetNotificationNameId().GetValue(), n.GetId().GetValue(), n.GetSeverity(),
+                            n.GetPayloadTypeId().GetValue(), System::Nm::GenericPayload(n).ToString()});
         }
         if (action)
         {
-            action(notification);
+            action(n);
         }
     }
     std::vector<Received> Get() const

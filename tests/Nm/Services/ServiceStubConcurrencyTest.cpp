@@ -1,87 +1,44 @@
-#include <Nm/Internal/NotificationDispatcher/NotificationDispatcher.h>
 #include <Nm/Internal/NotificationManagerSetup.h>
-#include <Nm/NotificationManager.h>
-#include <Nm/Services/Internal/NotificationDispatcherManagerServiceProxyFactory.h>
-#include <Nm/Services/Internal/NotificationDispatcherServiceProxyFactory.h>
-#include <Nm/Services/Internal/NotificationManagerInfoServiceProxyFactory.h>
-#include <Nm/Services/Internal/NotificationSendingServiceProxyFactory.h>
-#include <Nm/Services/Internal/SubscriptionStateServiceProxyFactory.h>
+#include <Nm/Services/INotificationManagerService.h>
+#include <Nm/Services/Internal/NotificationDispatcherManagerServiceFactory.h>
+#include <Nm/Services/Internal/NotificationDispatcherServiceFactory.h>
+#include <Nm/Services/Internal/NotificationManagerInfoServiceFactory.h>
+#include <Nm/Services/Internal/NotificationSendingServiceFactory.h>
+#include <Nm/Services/Internal/SubscriptionStateServiceFactory.h>
+#include <Nm/Services/NotificationManagerServiceFactory.h>
 #include <Nm/Services/NotificationManagerServiceProxyFactory.h>
+#include <Nm/Services/ServiceFetch.h>
+#include <Nm/Services/ServiceValues.h>
 
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exceptions.h>
-#include <Kiv/System/Tul/ITulService.h>
-#include <Kiv/System/Tul/ITulServiceProxy.h>
-#include <Kiv/System/Tul/ITulServiceProxyFactory.h>
+#include <Kiv/System/Tul/ITulAuthorizator.h>
+#include <Kiv/System/Tul/ITulServiceStub.h>
+#include <Kiv/System/Tul/RemotingReader.h>
+#include <Kiv/System/Tul/RemotingWriter.h>
 #include <Kiv/System/Tul/ServiceManager.h>
-#include <Kiv/System/Tul/TulClient.h>
-#include <Kiv/System/Tul/TulClientContext.h>
+#include <Kiv/System/Tul/TulServerContext.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 
-// Every service's stub refuses a method id that its interface doesn't have, whatever the service: the
-// caller gets the abort error, and the connection goes on serving. Calls go through this process's own
-// endpoint, as from another process.
+// The stubs of every service over a broker in this process, with a policy that refuses every guarded
+// operation.
 
 using namespace Kiv::System;
 using ::testing::HasSubstr;
 
 namespace
 {
-/// A proxy that knows only its handles: it sends any method id with an empty body.
-class RawProxy : public Tul::ITulServiceProxy, public Tul::ITulService
+struct RefuseAll : Tul::ITulAuthorizator
 {
-public:
-    RawProxy(unsigned short provider, unsigned short service, Tul::TulClient& client)
-        : provider(provider), service(service), client(client)
+    bool IsAuthorized(const char*, const char*, const char*, const Tul::TulCallerIdentity&) override
     {
+        return false;
     }
-    unsigned short GetServiceHandle() const override { return service; }
-    unsigned short GetProviderHandle() const override { return provider; }
-    void RefreshServiceHandle() override {}
-
-    void Invoke(std::uint16_t methodId)
-    {
-        client.BeginTransaction(*this);
-        try
-        {
-            Tul::TulClientContext context(client);
-            context.BeginServiceInvocationRequest(provider, service, methodId);
-            context.EndServiceInvocationRequest();
-            context.BeginServiceInvocationResponse(provider, service, methodId);
-            context.EndServiceInvocationResponse();
-        }
-        catch (...)
-        {
-            client.EndTransaction(*this);
-            throw;
-        }
-        client.EndTransaction(*this);
-    }
-
-private:
-    unsigned short provider;
-    unsigned short service;
-    Tul::TulClient& client;
-};
-
-class RawProxyFactory : public Tul::ITulServiceProxyFactory
-{
-public:
-    explicit RawProxyFactory(const Tul::ITulServiceProxyFactory& real) : name(real.GetServiceName()) {}
-    const char* GetServiceName() const override { return name.c_str(); }
-    const char* GetServiceProviderName() const override { return ""; }
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short provider, unsigned short service,
-                                              Tul::TulClient& client) override
-    {
-        return new RawProxy(provider, service, client);
-    }
-
-private:
-    std::string name;
 };
 
 class ServiceStubTest : public ::testing::Test
@@ -89,10 +46,10 @@ class ServiceStubTest : public ::testing::Test
 protected:
     void SetUp() override
     {
-        original = Tul::ServiceManager::GetSettings();
-        auto settings = original;
+        auto settings = Tul::ServiceManager::GetSettings();
         settings.marshalLocalCalls = true;
         Tul::ServiceManager::Configure(settings);
+        Tul::ServiceManager::SetAuthorizator(&refuseAll);
         Commons::AppDomain::Create("ProcessA");
         Nm::Internal::NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(""));
     }
@@ -101,37 +58,62 @@ protected:
         Nm::Internal::NotificationManagerSetup::Dispose();
         Commons::AppDomain::Dispose();
         Tul::ServiceManager::Reset();
-        Tul::ServiceManager::Configure(original);
     }
 
-    Tul::TulSettings original;
+    RefuseAll refuseAll;
 };
 }  // namespace
 
-TEST_F(ServiceStubTest, AMethodIdOutsideTheInterfaceIsAbortedAndTheConnectionServesOn)
+TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterfaceAndThePublicOneAsksThePolicyFirst)
 {
-    const std::vector<std::tuple<const char*, Tul::ITulServiceProxyFactory*, std::uint16_t>> services{
-        {"Kiv", &Nm::Services::Internal::NotificationSendingServiceProxyFactory::GetInstance(), 3},
-        {"Kiv", &Nm::Services::Internal::NotificationManagerInfoServiceProxyFactory::GetInstance(), 8},
-        {"Kiv", &Nm::Services::Internal::NotificationDispatcherManagerServiceProxyFactory::GetInstance(), 5},
-        {"Kiv", &Nm::Services::Internal::SubscriptionStateServiceProxyFactory::GetInstance(), 3},
-        {"Kiv", &Nm::Services::NotificationManagerServiceProxyFactory::GetInstance(), 11},
-        {"ProcessA", &Nm::Services::Internal::NotificationDispatcherServiceProxyFactory::GetInstance(), 1},
+    const std::tuple<const char*, Tul::ITulServiceFactory*, int> services[] = {
+        {"Kiv", &Nm::Services::Internal::NotificationSendingServiceFactory::GetInstance(), 3},
+        {"Kiv", &Nm::Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), 8},
+        {"Kiv", &Nm::Services::Internal::NotificationDispatcherManagerServiceFactory::GetInstance(), 5},
+        {"Kiv", &Nm::Services::Internal::SubscriptionStateServiceFactory::GetInstance(), 3},
+        {"Kiv", &Nm::Services::NotificationManagerServiceFactory::GetInstance(), 11},
+        {"ProcessA", &Nm::Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), 1},
     };
-    for (const auto& [provider, realFactory, methods] : services)
+    for (const auto& [provider, factory, methods] : services)
     {
-        SCOPED_TRACE(realFactory->GetServiceName());
-        RawProxyFactory factory(*realFactory);
-        std::unique_ptr<Tul::ITulService> service(Tul::ServiceManager::GetService(provider, factory));
-        ASSERT_NE(service, nullptr);
-        auto& proxy = dynamic_cast<RawProxy&>(*service);
-        for (const std::uint16_t methodId :
-             {std::uint16_t(0), std::uint16_t(methods + 1), std::uint16_t(0xFFFF)})
+        std::unique_ptr<Tul::ITulServiceStub> stub(factory->CreateServiceStub(provider, &refuseAll));
+        for (const int methodId : {0, methods + 1, 0xFFFF})
         {
-            EXPECT_THAT([&] { proxy.Invoke(methodId); },
-                        ::testing::ThrowsMessage<Kiv::CommunicationException>(HasSubstr("0x40000003")));
+            Tul::RemotingReader request(nullptr, 0);
+            Tul::RemotingWriter response;
+            Tul::TulServerContext context(request, response);
+            stub->Invoke(methodId, context);
+            EXPECT_TRUE(context.IsAborted()) << provider << " method " << methodId << " of " << methods;
+            EXPECT_THAT(context.GetAbortText().c_str(), HasSubstr("0x40000003"));
         }
     }
-    // The broker still answers on the same connection.
-    EXPECT_EQ(Nm::NotificationManager::GetInstance().GetNotificationName(Nm::NotificationNameId(1)), "Kiv");
+
+    // Through this process's own endpoint, as from another process.
+    using Nm::Services::ToTulString;
+    auto service = Nm::Services::FetchService<Nm::Services::INotificationManagerService,
+                                              Nm::Services::NotificationManagerServiceProxyFactory>();
+    const std::pair<const char*, std::function<void()>> operations[] = {
+        {"RegisterNotification",
+         [&]
+         {
+             service->RegisterNotification(ToTulString("P.Q"), ToTulString("S"), Nm::Severity::Info,
+                                           ToTulString("T"));
+         }},
+        {"UnregisterNotification", [&] { service->UnregisterNotification(1); }},
+        {"SendNotification", [&] { service->SendNotification(1, Kiv::DateTime::GetUtcNow(), {}); }},
+        {"GetNotificationName", [&] { service->GetNotificationName(1); }},
+        {"GetNotificationNameId", [&] { service->GetNotificationNameId(ToTulString("Kiv")); }},
+        {"GetNotificationNameIdsByStatus",
+         [&] { service->GetNotificationNameIdsByStatus(Nm::NotificationRegistrationStatus::Registered); }},
+        {"GetAllKnownNotificationNameIds", [&] { service->GetAllKnownNotificationNameIds(); }},
+        {"GetNotificationRegistration", [&] { service->GetNotificationRegistration(1); }},
+        {"GetPayloadTypeId", [&] { service->GetPayloadTypeId(ToTulString("T")); }},
+        {"GetPayloadTypeName", [&] { service->GetPayloadTypeName(1); }},
+        {"GetNumberOfSubmittedNotifications", [&] { service->GetNumberOfSubmittedNotifications(); }},
+    };
+    for (const auto& [name, call] : operations)
+    {
+        EXPECT_THAT(call, ::testing::ThrowsMessage<Kiv::UnauthorizedAccessException>(
+                              HasSubstr(std::string("Access denied to '") + name + "'")));
+    }
 }

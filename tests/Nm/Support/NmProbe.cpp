@@ -1,19 +1,13 @@
-// A process of a test system, driven by commands on its standard input, one per line. It answers each
-// with a line that starts with "ok" or with "error <exception class>: <message>", and prints
-// "notify <subscribed name> <full name> <text>" for each notification that reaches one of its subscribers.
-// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]
+// A process of a test system, driven by commands on its standard input, one per line. It answers each,
+// and prints nothing else, with a line that starts with "ok" or with "error <exception class>: <message>".
+// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME
 
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistration.h>
-#include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/NotificationSubscriber.h>
-#include <Nm/Services/INotificationManagerService.h>
-#include <Nm/Services/NotificationManagerServiceProxyFactory.h>
-#include <Nm/Services/ServiceFetch.h>
-#include <Nm/Services/ServiceValues.h>
 #include <Nm/StringPayload.h>
 
 #include <Kiv/AppDomain.h>
@@ -23,8 +17,9 @@
 #include <cxxabi.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <list>
 #include <map>
@@ -38,222 +33,127 @@ using Kiv::System::Nm::Internal::NotificationManagerSetup;
 
 namespace
 {
-std::mutex outputMutex;
-
-void Say(const std::string& line)
-{
-    std::lock_guard<std::mutex> lock(outputMutex);
-    std::cout << line << std::endl;
-}
-
-std::string ClassName(const std::exception& e)
-{
-    int status = 0;
-    char* name = abi::__cxa_demangle(typeid(e).name(), nullptr, nullptr, &status);
-    std::string result = status == 0 ? name : typeid(e).name();
-    std::free(name);
-    return result;
-}
-
 std::string Describe(const std::exception& e)
 {
+    const std::unique_ptr<char, void (*)(void*)> type(
+        abi::__cxa_demangle(typeid(e).name(), nullptr, nullptr, nullptr), &std::free);
     const auto* kiv = dynamic_cast<const Kiv::Exception*>(&e);
-    return ClassName(e) + ": " + (kiv != nullptr ? std::string(kiv->GetMessage().c_str()) : e.what());
+    return std::string(type ? type.get() : typeid(e).name()) + ": " +
+           (kiv != nullptr ? kiv->GetMessage().c_str() : e.what());
 }
 
-std::string Rest(std::istringstream& in)
+std::string Text(const Notification& notification)
 {
-    std::string rest;
-    std::getline(in >> std::ws, rest);
-    return rest;
+    return GenericPayload(notification).ToString().c_str();
 }
 
+NotificationManager& Manager()
+{
+    return NotificationManager::GetInstance();
+}
+
+/// Threads and sockets of this process, to show that leaving takes the library's own with it.
 std::string Resources()
 {
-    int threads = 0;
-    for ([[maybe_unused]] const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
-    {
-        ++threads;
-    }
+    namespace fs = std::filesystem;
     int sockets = 0;
-    for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd"))
+    for (const auto& fd : fs::directory_iterator("/proc/self/fd"))
     {
         std::error_code error;
-        sockets += std::filesystem::read_symlink(fd.path(), error).string().rfind("socket:", 0) == 0 ? 1 : 0;
+        sockets += fs::read_symlink(fd.path(), error).string().rfind("socket:", 0) == 0 ? 1 : 0;
     }
+    const auto threads = std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
     return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets);
-}
-
-/// Each of the eleven operations of the public service, with what came of it.
-void CallEveryPublicOperation()
-{
-    using Services::ToTulString;
-    auto service = Services::FetchService<Services::INotificationManagerService,
-                                          Services::NotificationManagerServiceProxyFactory>();
-    const std::vector<std::pair<const char*, std::function<void()>>> operations{
-        {"RegisterNotification",
-         [&]
-         {
-             service->RegisterNotification(ToTulString("P.Q"), ToTulString("probe"), Severity::Info,
-                                           ToTulString("T"));
-         }},
-        {"UnregisterNotification", [&] { service->UnregisterNotification(1); }},
-        {"SendNotification", [&] { service->SendNotification(1, Kiv::DateTime::GetUtcNow(), {}); }},
-        {"GetNotificationName", [&] { service->GetNotificationName(1); }},
-        {"GetNotificationNameId", [&] { service->GetNotificationNameId(ToTulString("Kiv")); }},
-        {"GetNotificationNameIdsByStatus",
-         [&] { service->GetNotificationNameIdsByStatus(NotificationRegistrationStatus::Registered); }},
-        {"GetAllKnownNotificationNameIds", [&] { service->GetAllKnownNotificationNameIds(); }},
-        {"GetNotificationRegistration", [&] { service->GetNotificationRegistration(4); }},
-        {"GetPayloadTypeId", [&] { service->GetPayloadTypeId(ToTulString("T")); }},
-        {"GetPayloadTypeName", [&] { service->GetPayloadTypeName(1); }},
-        {"GetNumberOfSubmittedNotifications", [&] { service->GetNumberOfSubmittedNotifications(); }},
-    };
-    for (const auto& [name, call] : operations)
-    {
-        try
-        {
-            call();
-            Say(std::string("op ") + name + " ok");
-        }
-        catch (const std::exception& e)
-        {
-            Say(std::string("op ") + name + " " + Describe(e));
-        }
-    }
 }
 
 class Probe
 {
 public:
-    Probe(std::string processName) : processName(std::move(processName)) {}
+    explicit Probe(std::string processName) : processName(std::move(processName)) {}
 
     std::string Run(const std::string& command, std::istringstream& in)
     {
+        std::string name;
+        std::string rest;
+        in >> name;
+        std::getline(in >> std::ws, rest);
         if (command == "setup")
         {
             Kiv::System::Commons::AppDomain::Create(processName.c_str());
-            std::string kind;
-            in >> kind;
-            const Kiv::String settings(Rest(in).c_str());
-            try
-            {
-                kind == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(settings)
-                                 : NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
-            }
-            catch (...)
-            {
-                Kiv::System::Commons::AppDomain::Dispose();
-                throw;
-            }
-            return "ok";
+            name == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(rest.c_str())
+                             : NotificationManagerSetup::SetupWithoutNotificationBroker(rest.c_str());
         }
-        if (command == "register")
+        else if (command == "register")
         {
-            const std::string name = Rest(in);
-            auto& registration = registrations[name];
-            registration = NotificationRegistration<StringPayload>(name.c_str(), processName.c_str(),
-                                                                   Severity::Info, Manager());
-            return "ok " + std::to_string(registration.GetNotificationNameId().GetValue());
+            registrations[name] = NotificationRegistration<StringPayload>(name.c_str(), processName.c_str(),
+                                                                          Severity::Info, Manager());
+            return "ok " + std::to_string(registrations[name].GetNotificationNameId().GetValue());
         }
-        if (command == "unregister")
+        else if (command == "subscribe")
         {
-            registrations.at(Rest(in)).Dispose();
-            return "ok";
-        }
-        if (command == "subscribe" || command == "relay")
-        {
-            std::string name;
-            std::string target;
-            in >> name >> target;
-            auto& subscriber = subscribers.emplace_back(name.c_str());
-            if (command == "relay")
-            {
-                // Sending from inside Notify: the broker's thread waits for this delivery meanwhile.
-                subscriber.AddHandler(
-                    [this, target](const Notification& n)
-                    {
-                        registrations.at(target).SendNotification(
-                            StringPayload("relayed " + std::string(GenericPayload(n).ToString().c_str())));
-                    });
-            }
-            subscriber.AddHandler(
-                [name](const Notification& n)
-                {
-                    const std::string fullName =
-                        Manager().GetNotificationName(n.GetNotificationNameId()).c_str();
-                    Say("notify " + name + " " + fullName + " " + GenericPayload(n).ToString().c_str());
-                });
-            return "ok " + std::to_string(subscriber.GetNotificationNameId().GetValue());
-        }
-        if (command == "hang")
-        {
-            // A subscriber that never returns, as one stuck on a lock would.
-            auto& subscriber = subscribers.emplace_back(Rest(in).c_str());
-            subscriber.AddHandler(
-                [](const Notification&)
-                {
-                    Say("hanging");
-                    for (;;)
-                    {
-                        std::this_thread::sleep_for(std::chrono::hours(1));
-                    }
-                });
-            return "ok";
-        }
-        if (command == "count")
-        {
-            // Texts are "<stream> <sequence>"; each stream must arrive complete, once, in order.
-            const std::string name = Rest(in);
-            auto& tally = tallies[name];
+            // With a registered name after it, each notification is relayed there from inside Notify, while
+            // the broker's thread waits for this delivery.
             subscribers.emplace_back(name.c_str())
                 .AddHandler(
-                    [&tally](const Notification& n)
+                    [this, name, rest](const Notification& n)
                     {
-                        std::istringstream text(GenericPayload(n).ToString().c_str());
-                        std::string stream;
-                        long sequence = 0;
-                        text >> stream >> sequence;
-                        std::lock_guard<std::mutex> lock(tally.mutex);
-                        auto [last, fresh] = tally.last.emplace(stream, -1);
-                        tally.bad += sequence == last->second + 1 ? 0 : 1;
-                        last->second = sequence;
-                        ++tally.received;
+                        if (!rest.empty())
+                        {
+                            registrations.at(rest).SendNotification(StringPayload("relayed " + Text(n)));
+                        }
+                        const std::string fullName =
+                            Manager().GetNotificationName(n.GetNotificationNameId()).c_str();
+                        std::lock_guard<std::mutex> lock(mutex);
+                        notified[name].push_back(fullName + " " + Text(n));
+                        arrived.notify_all();
                     });
-            return "ok";
         }
-        if (command == "report")
+        else if (command == "next")
         {
-            auto& tally = tallies.at(Rest(in));
-            std::lock_guard<std::mutex> lock(tally.mutex);
-            return "ok received=" + std::to_string(tally.received) + " bad=" + std::to_string(tally.bad);
+            // The next notification of subscription `name`, as "<full name> <text>".
+            std::unique_lock<std::mutex> lock(mutex);
+            auto& queue = notified[name];
+            arrived.wait(lock, [&] { return !queue.empty(); });
+            const std::string line = queue.front();
+            queue.pop_front();
+            return "ok " + line;
         }
-        if (command == "flood")
+        else if (command == "report")
         {
-            std::string name;
+            // Once `rest` notifications of subscription `name` have arrived, or 20 seconds have passed: how
+            // many there are, and how many of them broke the order of their stream, given as the last
+            // number of their text.
+            std::unique_lock<std::mutex> lock(mutex);
+            const auto& queue = notified[name];
+            arrived.wait_for(lock, std::chrono::seconds(20),
+                             [&] { return queue.size() >= std::stoul(rest); });
+            std::map<std::string, long> next;
+            long bad = 0;
+            for (const std::string& line : queue)
+            {
+                const auto end = line.rfind(' ');
+                bad += std::stol(line.substr(end)) == next[line.substr(0, end)]++ ? 0 : 1;
+            }
+            return "ok received=" + std::to_string(queue.size()) + " bad=" + std::to_string(bad);
+        }
+        else if (command == "flood")
+        {
+            // Each of `threads` threads sends `count` notifications as a numbered stream of its own.
             int threads = 0;
             int count = 0;
-            in >> name >> threads >> count;
-            const auto& registration = registrations.at(name);
-            std::atomic<int> accepted{0};
+            std::istringstream(rest) >> threads >> count;
+            std::atomic<int> refused{0};
             std::vector<std::thread> senders;
             for (int t = 0; t < threads; ++t)
             {
                 senders.emplace_back(
                     [&, t]
                     {
-                        // A refused notification leaves a gap in its stream: only accepted ones are numbered.
-                        long sequence = 0;
-                        const std::string stream = processName + "/" + std::to_string(t);
                         for (int i = 0; i < count; ++i)
                         {
-                            const std::string text = stream + " " + std::to_string(sequence);
-                            if (registration.SendNotification(StringPayload(text.c_str())) !=
-                                NotificationId(0))
-                            {
-                                ++sequence;
-                                ++accepted;
-                            }
+                            const auto text = processName + "/" + std::to_string(t) + " " + std::to_string(i);
+                            refused += registrations.at(name).SendNotification(StringPayload(text.c_str())) ==
+                                       NotificationId(0);
                         }
                     });
             }
@@ -261,125 +161,74 @@ public:
             {
                 sender.join();
             }
-            return "ok accepted=" + std::to_string(accepted.load()) +
-                   " refused=" + std::to_string(threads * count - accepted.load());
+            return "ok refused=" + std::to_string(refused);
         }
-        if (command == "stats")
+        else if (command == "send")
         {
-            return "ok submitted=" + std::to_string(Manager().GetNumberOfSubmittedNotifications());
+            // To a registered name, or else to the raw name id given.
+            const auto found = registrations.find(name);
+            const NotificationNameId id = found != registrations.end() ? found->second.GetNotificationNameId()
+                                                                       : NotificationNameId(std::stoul(name));
+            return "ok " + std::to_string(Manager()
+                                              .SendNotification(id, Kiv::DateTime::GetUtcNow(),
+                                                                StringPayload(rest.c_str()))
+                                              .GetValue());
         }
-        if (command == "send" || command == "nbsend")
-        {
-            std::string name;
-            in >> name;
-            const std::string text = Rest(in);
-            const auto& registration = registrations.at(name);
-            if (command == "send")
-            {
-                return "ok " +
-                       std::to_string(registration.SendNotification(StringPayload(text.c_str())).GetValue());
-            }
-            const auto future = Manager().NonBlockingSendNotification(registration.GetNotificationNameId(),
-                                                                      Kiv::DateTime::GetUtcNow(),
-                                                                      StringPayload(text.c_str()));
-            while (future.IsValid() && !future.HasValue())
-            {
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-            }
-            return future.IsValid() ? "ok " + std::to_string(future.GetValue().GetValue())
-                                    : "error queue full";
-        }
-        if (command == "sendid")
-        {
-            std::uint32_t id = 0;
-            in >> id;
-            return "ok " +
-                   std::to_string(Manager()
-                                      .SendNotification(NotificationNameId(id), Kiv::DateTime::GetUtcNow(),
-                                                        StringPayload("x"))
-                                      .GetValue());
-        }
-        if (command == "name")
-        {
-            std::uint32_t id = 0;
-            in >> id;
-            return std::string("ok ") + Manager().GetNotificationName(NotificationNameId(id)).c_str();
-        }
-        if (command == "start")
+        else if (command == "start")
         {
             NotificationManagerSetup::StartDispatching();
-            return "ok";
         }
-        if (command == "public")
-        {
-            CallEveryPublicOperation();
-            return "ok";
-        }
-        if (command == "resources")
+        else if (command == "resources")
         {
             return "ok " + Resources();
         }
-        if (command == "dispose")
+        else if (command == "dispose")
         {
             subscribers.clear();
             registrations.clear();
             NotificationManagerSetup::Dispose();
             Kiv::System::Commons::AppDomain::Dispose();
             Kiv::System::Tul::ServiceManager::Shutdown();
-            return "ok";
         }
-        return "error unknown command " + command;
+        else
+        {
+            return "error unknown command " + command;
+        }
+        return "ok";
     }
 
 private:
-    static NotificationManager& Manager() { return NotificationManager::GetInstance(); }
-
-    struct Tally
-    {
-        std::mutex mutex;
-        std::map<std::string, long> last;
-        long received = 0;
-        long bad = 0;
-    };
-
     std::string processName;
+    // Declared before the subscribers, which use them until they go.
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::map<std::string, std::deque<std::string>> notified;
     std::map<std::string, NotificationRegistration<StringPayload>> registrations;
-    std::map<std::string, Tally> tallies;
     std::list<NotificationSubscriber> subscribers;
 };
 }  // namespace
 
-int main(int argc, char** argv)
+int main(int, char** argv)
 {
-    if (argc != 4 && argc != 5)
-    {
-        std::cerr << "usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]\n";
-        return 2;
-    }
     Kiv::System::Tul::TulSettings settings;
     settings.systemName = argv[1];
     settings.endpointDirectory = argv[2];
     settings.connectWait = std::chrono::seconds(20);
-    if (argc == 5)
-    {
-        settings.callTimeLimit = std::chrono::milliseconds(std::stoi(argv[4]));
-    }
     Kiv::System::Tul::ServiceManager::Configure(settings);
 
     Probe probe(argv[3]);
-    std::string line;
-    while (std::getline(std::cin, line) && line != "exit")
+    for (std::string line; std::getline(std::cin, line) && line != "exit";)
     {
         std::istringstream in(line);
         std::string command;
         in >> command;
         try
         {
-            Say(probe.Run(command, in));
+            std::cout << probe.Run(command, in) << std::endl;
         }
         catch (const std::exception& e)
         {
-            Say("error " + Describe(e));
+            std::cout << "error " << Describe(e) << std::endl;
         }
     }
     return 0;

@@ -1,23 +1,38 @@
 #pragma once
 
-// A system of NmProbe processes with a system name and an endpoint directory of the test's own; the
-// processes are killed and reaped, and the directory removed, when the test ends.
+// A system of NmProbe processes with a system name and an endpoint directory of the test's own. A probe
+// takes commands on its standard input and answers each with a line on its standard output. The
+// processes are killed and reaped, and the directory removed, when the test ends, whatever happened.
 
-#include <Support/ScriptedProcess.h>
+#include "Platform/Tul/Support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Kiv::Testing
 {
+class Probe : public ChildProcess
+{
+public:
+    explicit Probe(const std::vector<std::string>& arguments)
+        : ChildProcess(NM_PROBE, arguments, std::nullopt, true)
+    {
+    }
+
+    std::string Ask(const std::string& command)
+    {
+        WriteLine(command);
+        return ReadLine();
+    }
+
+    /// The next notification for subscription `name`, as "ok <full name> <text>".
+    std::string Notified(const std::string& name) { return Ask("next " + name); }
+};
+
 class ProbeSystem : public ::testing::Test
 {
 protected:
@@ -26,9 +41,7 @@ protected:
         char made[] = "/tmp/kiv-nm-system-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
-        chmod(made, 0755);  // a process of another user makes its way to the endpoints
-        static int tests = 0;
-        system = "nm-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
+        system = "nm-" + std::to_string(getpid());
     }
     void TearDown() override
     {
@@ -36,29 +49,14 @@ protected:
         std::filesystem::remove_all(directory);
     }
 
-    /// A probe process named `name`; `callTimeLimitMs` bounds each of its remote calls.
-    ScriptedProcess& Start(const std::string& name, std::optional<uid_t> uid = std::nullopt,
-                           std::optional<int> callTimeLimitMs = std::nullopt)
+    Probe& Start(const std::string& name)
     {
-        std::vector<std::string> arguments{system, directory, name};
-        if (callTimeLimitMs)
-        {
-            arguments.push_back(std::to_string(*callTimeLimitMs));
-        }
-        processes.push_back(std::make_unique<ScriptedProcess>(NM_PROBE, arguments, uid));
-        return *processes.back();
-    }
-
-    /// The next notification line for subscription `name`, without the prefix: "<full name> <text>".
-    static std::string Notified(ScriptedProcess& process, const std::string& name)
-    {
-        const std::string prefix = "notify " + name + " ";
-        const std::string line = process.WaitForPrefix(prefix);
-        return line.empty() ? "(nothing)" : line.substr(prefix.size());
+        return *processes.emplace_back(
+            std::make_unique<Probe>(std::vector<std::string>{system, directory, name}));
     }
 
     std::string directory;
     std::string system;
-    std::vector<std::unique_ptr<ScriptedProcess>> processes;
+    std::vector<std::unique_ptr<Probe>> processes;
 };
 }  // namespace Kiv::Testing
