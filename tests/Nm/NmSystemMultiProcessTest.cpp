@@ -103,4 +103,52 @@ TEST_F(NmSystemTest, UnderLoadEveryNotificationArrivesOnceAndInOrder)
     EXPECT_EQ(probes[1]->ReadLine(), "ok refused=0");
     EXPECT_EQ(probes[2]->Ask("report Load 6000"), "ok received=6000 bad=0");
     EXPECT_EQ(probes[3]->Ask("report Load 6000"), "ok received=6000 bad=0");
+    EXPECT_EQ(main.Ask("stats"), "ok submitted=6000");
+}
+
+TEST_F(NmSystemTest, ASubscriberStuckInNotifyCostsTheBrokerOneTimeLimitAndTheOthersAreServed)
+{
+    Probe& main = Start("Main", "1000");
+    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    // Delivery goes in the order in which the processes joined, and a failed delivery ends the
+    // notification's round: the healthy process joins first.
+    Probe& healthy = Start("Healthy");
+    ASSERT_EQ(healthy.Ask("setup client"), "ok");
+    Probe& stuck = Start("Stuck");
+    ASSERT_EQ(stuck.Ask("setup client"), "ok");
+    ASSERT_EQ(stuck.Ask("hang Line"), "ok");
+    ASSERT_EQ(healthy.Ask("subscribe Line"), "ok");
+    ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    // Each delivery to the stuck process fails after the limit; the broker's thread goes on every time.
+    for (const std::string text : {"first", "second", "third"})
+    {
+        ASSERT_THAT(main.Ask("send Line " + text), StartsWith("ok"));
+        EXPECT_EQ(healthy.Notified("Line"), "ok Line " + text);
+    }
+    EXPECT_EQ(stuck.Notified("Line"), "ok hanging");
+    EXPECT_EQ(healthy.Ask("dispose"), "ok");
+}
+
+TEST_F(NmSystemTest, WithOverflowTheRefusedAndTheAcceptedAddUpToTheSent)
+{
+    const std::string tight = directory + "/tight.xml";
+    std::ofstream(tight) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"16\"/>"
+                            "</NotificationManagerSettingsDocument>";
+    Probe& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker " + tight), "ok");
+    Probe& receiver = Start("R");
+    ASSERT_EQ(receiver.Ask("setup client"), "ok");
+    ASSERT_EQ(receiver.Ask("subscribe Load"), "ok");
+    ASSERT_THAT(main.Ask("register Load.Main"), StartsWith("ok"));
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    const std::string answer = main.Ask("flood Load.Main 4 500");
+    ASSERT_THAT(answer, StartsWith("ok refused="));
+    const long accepted = 2000 - std::stol(answer.substr(answer.find('=') + 1));
+    EXPECT_GT(accepted, 0);
+    EXPECT_EQ(main.Ask("stats"), "ok submitted=" + std::to_string(accepted));
+    EXPECT_EQ(receiver.Ask("report Load " + std::to_string(accepted)),
+              "ok received=" + std::to_string(accepted) + " bad=0");
 }

@@ -1,4 +1,5 @@
 #include "Platform/Tul/Support/ChildProcess.h"
+#include "Platform/Tul/Support/RawConnection.h"
 
 #include <nlohmann/json.hpp>
 
@@ -7,8 +8,10 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -33,7 +36,9 @@ protected:
         char made[] = "/tmp/kivnm-tools-XXXXXX";
         ASSERT_NE(mkdtemp(made), nullptr);
         directory = made;
-        system = "tools-" + std::to_string(getpid());
+        chmod(made, 0755);  // the tool run as another user makes its way to the endpoints
+        static int tests = 0;
+        system = "tools-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
     }
     void TearDown() override
     {
@@ -47,12 +52,13 @@ protected:
         return *processes.emplace_back(std::make_unique<ChildProcess>(program, args));
     }
 
-    /// Runs kivnm in this test's system to its end: its output, stdout and stderr together, and its exit
-    /// code in `exitCode`.
-    std::string Tool(const std::vector<std::string>& args)
+    /// Runs kivnm in this test's system to its end, as this user or as nobody (uid 65534): its output,
+    /// stdout and stderr together, and its exit code in `exitCode`.
+    std::string Tool(const std::vector<std::string>& args, bool asNobody = false)
     {
         std::string command =
-            std::string(KIVNM_CLI) + " --system '" + system + "' --endpoints '" + directory + "'";
+            std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") + KIVNM_CLI +
+            " --system '" + system + "' --endpoints '" + directory + "'";
         for (const auto& arg : args)
         {
             command += " '" + arg + "'";
@@ -143,4 +149,81 @@ TEST_F(KivNmToolsTest, TheDemoComponentsAndTheToolSeeTheSameNotificationsAndEver
     EXPECT_EQ(ExitCode(monitor.Stop(SIGINT)), 0);
     EXPECT_EQ(ExitCode(host.Stop(SIGTERM)), 0);
     EXPECT_TRUE(std::filesystem::is_empty(directory));
+}
+
+TEST_F(KivNmToolsTest, AnotherUserIsRefusedUnderTheDefaultPolicyAndServedUnderOneThatGrantsIt)
+{
+    if (geteuid() != 0)
+    {
+        GTEST_SKIP() << "running a caller as another user needs root";
+    }
+    ChildProcess& strict = Start(KIVNM_HOST, {"--name", "Main", "--broker"});
+    ASSERT_EQ(strict.ReadLine(), "ready");
+    const std::string refused = Tool({"stats"}, true);
+    EXPECT_EQ(exitCode, 1);
+    EXPECT_THAT(refused, HasSubstr("Access denied to 'GetNumberOfSubmittedNotifications'"));
+    EXPECT_THAT(refused, HasSubstr("uid 65534"));
+    Tool({"stats"});
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_EQ(ExitCode(strict.Stop(SIGINT)), 0);
+
+    const std::string policy = directory + "/policy.xml";
+    std::ofstream(policy) << "<TulPolicy><Grant operations=\"*\" users=\"65534\"/></TulPolicy>\n";
+    ChildProcess& granting = Start(KIVNM_HOST, {"--name", "Main", "--broker", "--policy", policy});
+    ASSERT_EQ(granting.ReadLine(), "ready");
+    const std::string served = Tool({"send", "A.B", "from another user"}, true);
+    EXPECT_EQ(exitCode, 0) << served;
+    EXPECT_EQ(Tool({"stats"}, true), "submitted notifications: 1\n");
+    EXPECT_EQ(ExitCode(granting.Stop(SIGINT)), 0);
+}
+
+TEST_F(KivNmToolsTest, TheBrokersProcessClosesRogueConnectionsWithAWarningAndServesOthersThroughout)
+{
+    const std::string log = directory + "/host.log";
+    const std::string endpoint = directory + "/" + system + ".Kiv.sock";
+    ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
+        "/bin/sh",
+        std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST + " --name Main --broker --system " +
+                                           system + " --endpoints " + directory + " 2>" + log}));
+    ASSERT_EQ(host.ReadLine(), "ready");
+    auto served = [&]
+    {
+        Tool({"stats"});
+        return exitCode == 0;
+    };
+
+    RawWire::RawConnection silent(endpoint);  // connects and never sends: costs nobody anything
+    auto oversized = RawWire::Frame(RawWire::invoke, 1, 1, 1);
+    oversized[0] = oversized[1] = oversized[2] = 0xFF;  // a length far beyond the limit
+    oversized[3] = 0x7F;
+    const auto whole = RawWire::Frame(RawWire::invoke, 1, 1, 1, RawWire::Bytes(40, 7));
+    const std::vector<RawWire::Bytes> rogue{
+        RawWire::Bytes{'g', 'a', 'r', 'b', 'a', 'g', 'e', '!', 0, 0, 0, 0, 0xFF, 0xFF},
+        RawWire::Bytes(whole.begin(), whole.begin() + 20),  // cut short
+        oversized,
+    };
+    for (std::size_t i = 0; i < rogue.size(); ++i)
+    {
+        RawWire::RawConnection connection(endpoint);
+        connection.Send(rogue[i]);
+        connection.EndSending();
+        EXPECT_TRUE(connection.SeesEndOfStream()) << "rogue connection " << i;
+        EXPECT_TRUE(served()) << "after rogue connection " << i;
+    }
+    {
+        // Unknown handles and method ids are answered with a failure, and the connection stays usable.
+        RawWire::RawConnection connection(endpoint);
+        EXPECT_FALSE(connection.Call(RawWire::Frame(RawWire::invoke, 77, 88, 99)).empty());
+        EXPECT_FALSE(connection.Call(RawWire::Frame(RawWire::invoke, 1, 200, 1)).empty());
+    }
+    EXPECT_TRUE(served());
+    EXPECT_EQ(ExitCode(host.Stop(SIGINT)), 0);
+
+    std::ifstream lines(log);
+    int closed = 0;
+    for (std::string line; std::getline(lines, line);)
+    {
+        closed += line.find("[warning] Closed the connection of pid") != std::string::npos ? 1 : 0;
+    }
+    EXPECT_EQ(closed, 3);
 }

@@ -1,6 +1,6 @@
 // A process of a test system, driven by commands on its standard input, one per line. It answers each,
 // and prints nothing else, with a line that starts with "ok" or with "error <exception class>: <message>".
-// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME
+// Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]
 
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/NotificationManagerSetup.h>
@@ -108,6 +108,21 @@ public:
                         arrived.notify_all();
                     });
         }
+        else if (command == "hang")
+        {
+            // A peer that hangs: it notes its first delivery, as "hanging", and never returns from it.
+            subscribers.emplace_back(name.c_str())
+                .AddHandler(
+                    [this, name](const Notification&)
+                    {
+                        {
+                            std::lock_guard<std::mutex> lock(mutex);
+                            notified[name].push_back("hanging");
+                            arrived.notify_all();
+                        }
+                        std::this_thread::sleep_for(std::chrono::hours(1));
+                    });
+        }
         else if (command == "next")
         {
             // The next notification of subscription `name`, as "<full name> <text>".
@@ -138,7 +153,8 @@ public:
         }
         else if (command == "flood")
         {
-            // Each of `threads` threads sends `count` notifications as a numbered stream of its own.
+            // Each of `threads` threads sends `count` notifications as a stream of its own, numbered by the
+            // accepted ones, so that a refusal leaves no gap.
             int threads = 0;
             int count = 0;
             std::istringstream(rest) >> threads >> count;
@@ -149,11 +165,13 @@ public:
                 senders.emplace_back(
                     [&, t]
                     {
-                        for (int i = 0; i < count; ++i)
+                        for (int i = 0, next = 0; i < count; ++i)
                         {
-                            const auto text = processName + "/" + std::to_string(t) + " " + std::to_string(i);
-                            refused += registrations.at(name).SendNotification(StringPayload(text.c_str())) ==
-                                       NotificationId(0);
+                            const auto text =
+                                processName + "/" + std::to_string(t) + " " + std::to_string(next);
+                            const bool accepted = registrations.at(name).SendNotification(
+                                                      StringPayload(text.c_str())) != NotificationId(0);
+                            accepted ? ++next : ++refused;
                         }
                     });
             }
@@ -177,6 +195,10 @@ public:
         else if (command == "start")
         {
             NotificationManagerSetup::StartDispatching();
+        }
+        else if (command == "stats")
+        {
+            return "ok submitted=" + std::to_string(Manager().GetNumberOfSubmittedNotifications());
         }
         else if (command == "resources")
         {
@@ -208,12 +230,16 @@ private:
 };
 }  // namespace
 
-int main(int, char** argv)
+int main(int argc, char** argv)
 {
     Kiv::System::Tul::TulSettings settings;
     settings.systemName = argv[1];
     settings.endpointDirectory = argv[2];
     settings.connectWait = std::chrono::seconds(20);
+    if (argc > 4)
+    {
+        settings.callTimeLimit = std::chrono::milliseconds(std::stoi(argv[4]));
+    }
     Kiv::System::Tul::ServiceManager::Configure(settings);
 
     Probe probe(argv[3]);

@@ -49,10 +49,15 @@ protected:
         std::filesystem::remove_all(directory);
     }
 
-    Probe& Start(const std::string& name)
+    /// A probe named `name`, with the call time limit given in milliseconds or else the default.
+    Probe& Start(const std::string& name, const std::string& callTimeLimitMs = {})
     {
-        return *processes.emplace_back(
-            std::make_unique<Probe>(std::vector<std::string>{system, directory, name}));
+        std::vector<std::string> arguments{system, directory, name};
+        if (!callTimeLimitMs.empty())
+        {
+            arguments.push_back(callTimeLimitMs);
+        }
+        return *processes.emplace_back(std::make_unique<Probe>(arguments));
     }
 
     std::string directory;

@@ -109,3 +109,29 @@ TEST(TulTransportConcurrencyTest, ThreadsShareAConnectionAndCallBackThroughAnoth
     ServiceManager::Reset();
     ServiceManager::Configure(original);
 }
+
+TEST(TulTransportConcurrencyTest, AServiceThatItsProviderPublishesAMomentLaterIsFoundAndAMissingOneIsNot)
+{
+    const TulSettings original = ServiceManager::GetSettings();
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    settings.connectWait = 10s;
+    ServiceManager::Configure(settings);
+    Echo::EchoServiceFactory factory;
+    // The provider's endpoint is up, as in a process that publishes its services one after another.
+    ServiceManager::PublishService("P", Echo::serviceName, factory);
+    std::thread publisher(
+        [&]
+        {
+            std::this_thread::sleep_for(100ms);  // the lookup below starts before the publication
+            ServiceManager::PublishService("P", "Test.ILater", factory);
+        });
+    Echo::EchoProxyFactory later("Test.ILater");
+    Echo::EchoProxyFactory never("Test.INever");
+    std::unique_ptr<ITulService> found(ServiceManager::GetService("P", later));
+    publisher.join();
+    EXPECT_NE(found, nullptr);
+    EXPECT_EQ(std::unique_ptr<ITulService>(ServiceManager::GetService("P", never)), nullptr);
+    ServiceManager::Reset();
+    ServiceManager::Configure(original);
+}

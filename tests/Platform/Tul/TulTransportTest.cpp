@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -16,8 +17,10 @@
 #include <memory>
 #include <stdexcept>
 #include <tuple>
+#include <vector>
 
 using namespace Kiv::System::Tul;
+using namespace std::chrono_literals;
 using testing::ThrowsMessage;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -356,6 +359,18 @@ TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerOnesAndR
     EXPECT_EQ(RoundTrip([&] { own.Rethrow(); }),
               OwnException().GetTypeName() + ": own < Kiv::ArgumentException: inner");
 
+    // A chain from the wire is cut at 32 levels, the outermost kept, whatever length a sender claims.
+    std::unique_ptr<Kiv::Exception> chain = std::make_unique<Kiv::Exception>("level 0");
+    for (int level = 1; level < 40; ++level)
+    {
+        auto outer = std::make_unique<OwnException>("level {0}", level);
+        outer->SetInnerException(*chain);
+        chain = std::move(outer);
+    }
+    const std::string deep = RoundTrip([&] { chain->Rethrow(); });
+    EXPECT_EQ(std::count(deep.begin(), deep.end(), '<'), 31) << deep;
+    EXPECT_THAT(deep, ::testing::StartsWith(OwnException().GetTypeName() + ": level 39 < "));
+
     for (const Bytes& report : {Bytes{0, 0, 0, 0}, Bytes{1, 0, 0, 0, 200}})
     {
         RemotingReader reader(report.data(), report.size());
@@ -391,4 +406,20 @@ TEST_F(TulTransportTest, MarshalledCallsGoThroughAStubAndCheckHowTheirContextIsU
     proxy.RefreshServiceHandle();
     EXPECT_EQ(proxy.GetServiceHandle(), 1);
     EXPECT_EQ(client.GetServiceHandle(proxy.GetProviderHandle(), "Test.ISecond"), 2);
+}
+
+TEST_F(TulTransportTest, SettingsWithoutMeaningAreRefused)
+{
+    const std::vector<std::function<void(TulSettings&)>> mistakes{
+        [](TulSettings& s) { s.systemName = ""; },
+        [](TulSettings& s) { s.endpointDirectory = ""; },
+        [](TulSettings& s) { s.maxFrameSize = 63; },
+        [](TulSettings& s) { s.callTimeLimit = -1ms; },
+    };
+    for (std::size_t i = 0; i < mistakes.size(); ++i)
+    {
+        TulSettings settings = original;
+        mistakes[i](settings);
+        EXPECT_THROW(ServiceManager::Configure(settings), Kiv::ArgumentException) << "mistake " << i;
+    }
 }
