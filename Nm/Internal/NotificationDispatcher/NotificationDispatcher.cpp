@@ -64,6 +64,9 @@ NotificationDispatcher::~NotificationDispatcher()
     {
         Log(LogLevel::Error, "Caught exception in destructor of NotificationDispatcher");
     }
+    // A delivery that the broker began before this dispatcher left may still be running on another
+    // thread; it holds dispatchMutex throughout, so the members it uses go only once it has ended.
+    Mutex::ScopedLock waitForDelivery(dispatchMutex);
 }
 
 String NotificationDispatcher::GetExceptionNotificationName()

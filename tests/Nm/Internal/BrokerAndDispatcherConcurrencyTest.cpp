@@ -17,8 +17,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <functional>
 #include <stdexcept>
+#include <thread>
 
 using namespace Kiv::System::Nm;
 using Kiv::DateTime;
@@ -303,4 +305,35 @@ TEST(NotificationDispatcherTest, BadArgumentsAreRefusedAndTheDispatchRowStaysWhi
     dispatcher.UnsubscribeFromAll(&stranger);
     EXPECT_FALSE(broker.ContainsNotificationDispatch(id, dispatcher.GetDispatcherId()));
     EXPECT_FALSE(dispatcher.HasSubscribersFor(id));
+}
+
+TEST(NotificationDispatcherTest, ADispatcherThatGoesWaitsForTheDeliveryInProgress)
+{
+    std::atomic<bool> entered{false}, release{false}, disposed{false};
+    RecordingSubscriber slow(
+        [&](const Notification&)
+        {
+            entered = true;
+            WaitFor([&] { return release.load(); });
+        });
+    InProcessSystem system;
+    const auto id = Register("A.B");
+    InProcessSystem::Dispatcher().Subscribe("A.B", &slow);
+    InProcessSystem::Broker().StartDispatching();
+    Send(id, "one");
+    ASSERT_TRUE(WaitFor([&] { return entered.load(); }));
+
+    std::thread disposer(
+        [&]
+        {
+            AppDomainSingleton<InProcessSystem::NotificationDispatcher>::DisposeInstance();
+            disposed = true;
+        });
+    // While the subscriber runs, the dispatcher's members stay; a dispatcher that went at once would
+    // leave the broker's thread inside a destroyed object (the sanitizers report it).
+    EXPECT_FALSE(WaitFor([&] { return disposed.load(); }, std::chrono::milliseconds(200)));
+    release = true;
+    disposer.join();
+    EXPECT_TRUE(disposed);
+    EXPECT_EQ(slow.Count(), 1u);
 }
