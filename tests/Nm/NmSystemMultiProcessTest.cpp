@@ -14,6 +14,18 @@ using Kiv::Testing::Probe;
 using ::testing::StartsWith;
 using NmSystemTest = Kiv::Testing::ProbeSystem;
 
+namespace
+{
+/// A settings file in `directory` that gives the broker a queue of `length`.
+std::string BrokerQueueOf(const std::string& directory, int length)
+{
+    const std::string path = directory + "/broker-queue.xml";
+    std::ofstream(path) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"" << length
+                        << "\"/></NotificationManagerSettingsDocument>";
+    return path;
+}
+}  // namespace
+
 TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRefusalsKeepTheirClass)
 {
     // The components come up first and wait for the broker within the connect wait.
@@ -82,11 +94,8 @@ TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRef
 TEST_F(NmSystemTest, UnderLoadEveryNotificationArrivesOnceAndInOrder)
 {
     // A queue that holds everything: nothing may be refused or lost.
-    const std::string roomy = directory + "/roomy.xml";
-    std::ofstream(roomy) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"20000\"/>"
-                            "</NotificationManagerSettingsDocument>";
     Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker " + roomy), "ok");
+    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 20000)), "ok");
     std::vector<Probe*> probes;
     for (const std::string name : {"S1", "S2", "R1", "R2"})
     {
@@ -133,11 +142,8 @@ TEST_F(NmSystemTest, ASubscriberStuckInNotifyCostsTheBrokerOneTimeLimitAndTheOth
 
 TEST_F(NmSystemTest, WithOverflowTheRefusedAndTheAcceptedAddUpToTheSent)
 {
-    const std::string tight = directory + "/tight.xml";
-    std::ofstream(tight) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"16\"/>"
-                            "</NotificationManagerSettingsDocument>";
     Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker " + tight), "ok");
+    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 16)), "ok");
     Probe& receiver = Start("R");
     ASSERT_EQ(receiver.Ask("setup client"), "ok");
     ASSERT_EQ(receiver.Ask("subscribe Load"), "ok");
