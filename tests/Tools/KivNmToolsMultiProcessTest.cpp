@@ -1,5 +1,6 @@
 #include "Platform/Tul/Support/ChildProcess.h"
 #include "Platform/Tul/Support/RawConnection.h"
+#include "Support/SystemDirectoryTest.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,7 +12,6 @@
 #include <fstream>
 #include <memory>
 
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,22 +28,13 @@ int ExitCode(int status)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-class KivNmToolsTest : public ::testing::Test
+class KivNmToolsTest : public Kiv::Testing::SystemDirectoryTest
 {
 protected:
-    void SetUp() override
-    {
-        char made[] = "/tmp/kivnm-tools-XXXXXX";
-        ASSERT_NE(mkdtemp(made), nullptr);
-        directory = made;
-        chmod(made, 0755);  // the tool run as another user makes its way to the endpoints
-        static int tests = 0;
-        system = "tools-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
-    }
     void TearDown() override
     {
         processes.clear();
-        std::filesystem::remove_all(directory);
+        SystemDirectoryTest::TearDown();
     }
 
     ChildProcess& Start(const char* program, std::vector<std::string> args)
@@ -85,8 +76,6 @@ protected:
         return line;
     }
 
-    std::string directory;
-    std::string system;
     std::vector<std::unique_ptr<ChildProcess>> processes;
     int exitCode = -1;
 };

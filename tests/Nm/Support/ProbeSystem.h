@@ -5,6 +5,7 @@
 // processes are killed and reaped, and the directory removed, when the test ends, whatever happened.
 
 #include "Platform/Tul/Support/ChildProcess.h"
+#include "Support/SystemDirectoryTest.h"
 
 #include <gtest/gtest.h>
 
@@ -33,20 +34,13 @@ public:
     std::string Notified(const std::string& name) { return Ask("next " + name); }
 };
 
-class ProbeSystem : public ::testing::Test
+class ProbeSystem : public SystemDirectoryTest
 {
 protected:
-    void SetUp() override
-    {
-        char made[] = "/tmp/kiv-nm-system-XXXXXX";
-        ASSERT_NE(mkdtemp(made), nullptr);
-        directory = made;
-        system = "nm-" + std::to_string(getpid());
-    }
     void TearDown() override
     {
         processes.clear();
-        std::filesystem::remove_all(directory);
+        SystemDirectoryTest::TearDown();
     }
 
     /// A probe named `name`, with the call time limit given in milliseconds or else the default.
@@ -60,8 +54,6 @@ protected:
         return *processes.emplace_back(std::make_unique<Probe>(arguments));
     }
 
-    std::string directory;
-    std::string system;
     std::vector<std::unique_ptr<Probe>> processes;
 };
 }  // namespace Kiv::Testing

@@ -6,6 +6,7 @@
 
 #include "Platform/Tul/Support/ChildProcess.h"
 #include "Platform/Tul/Support/EchoService.h"
+#include "Support/SystemDirectoryTest.h"
 
 #include <Kiv/System/Tul/ServiceManager.h>
 
@@ -16,17 +17,14 @@
 #include <string>
 #include <vector>
 
-class EchoHostFixture : public ::testing::Test
+class EchoHostFixture : public Kiv::Testing::SystemDirectoryTest
 {
 protected:
     void SetUp() override
     {
-        char made[] = "/tmp/kiv-tul-test-XXXXXX";
-        ASSERT_NE(mkdtemp(made), nullptr);
-        directory = made;
+        SystemDirectoryTest::SetUp();
         settings.endpointDirectory = directory;
-        static int tests = 0;  // a socket path has little room for a test's name
-        settings.systemName = "mp-" + std::to_string(getpid()) + "-" + std::to_string(++tests);
+        settings.systemName = system;
         settings.connectWait = std::chrono::seconds(20);
         Kiv::System::Tul::ServiceManager::Reset();
         Kiv::System::Tul::ServiceManager::Configure(settings);
@@ -36,7 +34,7 @@ protected:
     {
         Kiv::System::Tul::ServiceManager::Reset();
         hosts.clear();
-        std::filesystem::remove_all(directory);
+        SystemDirectoryTest::TearDown();
     }
 
     /// The echo host serving `provider` with these limits, started and serving.
@@ -56,6 +54,5 @@ protected:
     }
 
     Kiv::System::Tul::TulSettings settings;
-    std::string directory;
     std::vector<std::unique_ptr<ChildProcess>> hosts;
 };
