@@ -10,7 +10,6 @@
 #include <Nm/Services/Internal/NotificationSendingServiceProxyFactory.h>
 #include <Nm/Services/ServiceFetch.h>
 #include <Nm/Services/ServiceValues.h>
-#include <Nm/SpecializedPayloadHelper.h>
 
 #include <Kiv/Exceptions.h>
 
@@ -83,8 +82,6 @@ NotificationManager::NotificationManager(unsigned int queueLength)
 {
     impl->InitializeServiceNotificationSending();
     impl->InitializeServiceNotificationManagerInfo();
-    // Payload type ids cached under an earlier setup of this process belong to another broker's table.
-    SpecializedPayloadHelper::OnNewSetup();
     AppDomainSingleton<NotificationDispatcher>::CreateInstance();
 }
 

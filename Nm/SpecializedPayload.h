@@ -39,9 +39,10 @@ protected:
     GenericPayload payload;
 
 private:
-    // The setup generation in the high half, the id in the low. Racing first uses get the same id from
-    // the broker and store the same value, so a plain relaxed store will do.
-    static inline std::atomic<std::uint64_t> cachedPayloadTypeId{0};
+    // Fetched at first use and kept to the end of the process, whatever brokers come and go. Racing
+    // first uses get the same id from the broker and store the same value; the relaxed atomic costs what
+    // a plain variable does and keeps that benign race visible as such to the thread checkers.
+    static inline std::atomic<std::uint16_t> cachedPayloadTypeId{0};
 };
 }  // namespace Kiv::System::Nm
 

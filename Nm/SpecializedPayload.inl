@@ -8,15 +8,14 @@ namespace Kiv::System::Nm
 template <class T>
 PayloadTypeId SpecializedPayload<T>::GetPayloadTypeId()
 {
-    const std::uint64_t generation = SpecializedPayloadHelper::GetSetupGeneration();
-    const std::uint64_t cached = cachedPayloadTypeId.load(std::memory_order_relaxed);
-    if ((cached >> 32) == generation && (cached & 0xFFFFu) != 0)
+    const std::uint16_t cached = cachedPayloadTypeId.load(std::memory_order_relaxed);
+    if (cached != 0)
     {
-        return PayloadTypeId(static_cast<std::uint16_t>(cached & 0xFFFFu));
+        return PayloadTypeId(cached);
     }
     const PayloadTypeId id =
         SpecializedPayloadHelper::GetINotificationManagerInfo().GetPayloadTypeId(GetPayloadTypeName());
-    cachedPayloadTypeId.store((generation << 32) | id.GetValue(), std::memory_order_relaxed);
+    cachedPayloadTypeId.store(id.GetValue(), std::memory_order_relaxed);
     return id;
 }
 

@@ -7,25 +7,8 @@
 #include <Kiv/Exceptions.h>
 #include <Kiv/Singleton.h>
 
-#include <atomic>
-
 namespace Kiv::System::Nm
 {
-namespace
-{
-std::atomic<std::uint32_t> setupGeneration{1};
-}
-
-std::uint32_t SpecializedPayloadHelper::GetSetupGeneration() noexcept
-{
-    return setupGeneration.load(std::memory_order_acquire);
-}
-
-void SpecializedPayloadHelper::OnNewSetup() noexcept
-{
-    setupGeneration.fetch_add(1, std::memory_order_acq_rel);
-}
-
 INotificationManagerInfo& SpecializedPayloadHelper::GetINotificationManagerInfo()
 {
     if (Commons::Singleton<Commons::AppDomain>::pInstance != nullptr)

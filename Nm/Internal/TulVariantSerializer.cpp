@@ -2,10 +2,10 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/SecureString.h>
+#include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulReader.h>
 #include <Kiv/System/Tul/TulWriter.h>
 
-#include <algorithm>
 #include <cstdint>
 
 namespace Kiv::System::Nm::Internal
@@ -217,10 +217,6 @@ Variant TulVariantSerializer::ReadElement(TulReader& reader)
 
 void TulVariantSerializer::WritePayload(TulWriter& writer, const std::vector<Variant>& payload)
 {
-    if (payload.size() > MaxPayloadElements)
-    {
-        throw ArgumentException("A payload of {0} fields is too long for a message", payload.size());
-    }
     writer.WriteTag(TulType::Array);
     writer.WriteTag(TulType::Object);
     writer.WriteArrayLength(static_cast<std::uint32_t>(payload.size()));
@@ -235,14 +231,17 @@ void TulVariantSerializer::ReadPayload(TulReader& reader, std::vector<Variant>& 
     reader.ReadTag(TulType::Array);
     reader.ReadTag(TulType::Object);
     // The reader bounds the length by the bytes left, but an element may be one byte on the wire and
-    // over 500 in memory: reserve the whole length only up to what an honest payload needs, so that a
-    // hostile message can't make us reserve hundreds of times its own size.
+    // over 500 in memory: the memory bound decides before the whole length is reserved.
     const std::uint32_t length = reader.ReadArrayLength();
-    if (length > MaxPayloadElements)
+    const std::size_t limit = Tul::ServiceManager::GetMaxPayloadMemory();
+    const std::size_t elements = payload.size() + length;
+    if (elements > limit / sizeof(Variant))
     {
-        throw ArgumentException("A payload of {0} fields is too long for a message", length);
+        throw ArgumentException(
+            "A payload of {0} fields would take {1} bytes in memory, more than the {2} bytes allowed",
+            elements, static_cast<std::uint64_t>(elements) * sizeof(Variant), limit);
     }
-    payload.reserve(payload.size() + std::min<std::uint32_t>(length, MaxReservedElements));
+    payload.reserve(elements);
     for (std::uint32_t index = 0; index < length; ++index)
     {
         payload.push_back(ReadElement(reader));

@@ -38,14 +38,9 @@ public:
     static void WritePayload(Tul::TulWriter& writer, const std::vector<Variant>& payload);
 
     /// Appends the elements of an array of objects to `payload`, which it reserves for all of them first.
+    /// Raises ArgumentException, before reserving, when they would take more memory than
+    /// ServiceManager::GetMaxPayloadMemory allows.
     static void ReadPayload(Tul::TulReader& reader, std::vector<Variant>& payload);
-    /// The most elements a payload may have on the wire, both ways. Each element takes over 500 bytes in
-    /// memory however short it is on the wire, so without a bound one frame of one-byte elements would
-    /// cost its receiver hundreds of times its size. This many strings of full length fill about one
-    /// largest frame, so an honest payload never meets the bound.
-    static constexpr std::uint32_t MaxPayloadElements = 32768;
-    /// The most elements ReadPayload reserves ahead; longer payloads grow as they are read.
-    static constexpr std::uint32_t MaxReservedElements = 256;
 
     /// The wire has no form for a time of unknown kind; throws NotSupportedException for it.
     static void EnsureDateTimeKindIsSpecified(const DateTime& value);

@@ -11,7 +11,6 @@
 #include <Nm/Services/Internal/SubscriptionStateServiceProxyFactory.h>
 #include <Nm/Services/NotificationManagerServiceFactory.h>
 #include <Nm/Services/NotificationManagerServiceProxyFactory.h>
-#include <Nm/SpecializedPayloadHelper.h>
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
@@ -40,8 +39,6 @@ NotificationBroker::NotificationBroker(std::uint32_t queueLength)
       ownNotifications(GetLogger()),
       subscriptionState(SubscriptionState::Relaxed(registrationManager, ownNotifications))
 {
-    // A fresh payload type table: ids that this process cached from an earlier broker are void.
-    SpecializedPayloadHelper::OnNewSetup();
     PublishServices();
 }
 

@@ -58,15 +58,13 @@ void NotificationBrokerThread::Start()
 
 void NotificationBrokerThread::StopNotificationBrokerThread()
 {
-    if (!thread.IsJoinable())
-    {
-        // Nobody drains the queue of a thread that never ran: waiting for room in a full one would
-        // never end.
-        queue.TryPush(nullptr);
-        return;
-    }
+    // Unconditional, also for a thread that never ran: behind a full queue that nobody drains this
+    // waits for good, so a host that must stop whatever happens bounds its own shutdown.
     queue.Push(nullptr);
-    thread.Join();
+    if (thread.IsJoinable())
+    {
+        thread.Join();
+    }
 }
 
 void NotificationBrokerThread::DispatchNotifications(void*)

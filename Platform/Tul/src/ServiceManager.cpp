@@ -10,6 +10,7 @@
 #include <Kiv/System/Tul/ServiceManager.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 #include <map>
@@ -47,6 +48,9 @@ struct Transport
     bool closing = false;
     pid_t serverPid = 0;
 };
+
+// Apart from the settings, since every message that carries a payload reads it.
+std::atomic<std::size_t> maxPayloadMemory{TulSettings{}.maxPayloadMemory};
 
 // Never destroyed, like the registry, and for the same reason.
 Transport& GetTransport()
@@ -234,6 +238,11 @@ void ServiceManager::Configure(const TulSettings& settings)
         throw ArgumentException::Create("maxFrameSize", settings.maxFrameSize,
                                         "The maximum frame size must be at least 64 bytes and fit 32 bits");
     }
+    if (settings.maxPayloadMemory == 0)
+    {
+        throw ArgumentException::Create("maxPayloadMemory", settings.maxPayloadMemory,
+                                        "A payload needs some memory: the bound must not be 0");
+    }
     Transport& transport = GetTransport();
     std::lock_guard<std::mutex> lifecycle(transport.lifecycleMutex);
     std::lock_guard<std::mutex> lock(transport.mutex);
@@ -243,6 +252,12 @@ void ServiceManager::Configure(const TulSettings& settings)
             "The settings cannot change while endpoints or connections are open; call Shutdown first");
     }
     transport.settings = settings;
+    maxPayloadMemory.store(settings.maxPayloadMemory, std::memory_order_relaxed);
+}
+
+std::size_t ServiceManager::GetMaxPayloadMemory() noexcept
+{
+    return maxPayloadMemory.load(std::memory_order_relaxed);
 }
 
 TulSettings ServiceManager::GetSettings()

@@ -415,6 +415,7 @@ TEST_F(TulTransportTest, SettingsWithoutMeaningAreRefused)
         [](TulSettings& s) { s.endpointDirectory = ""; },
         [](TulSettings& s) { s.maxFrameSize = 63; },
         [](TulSettings& s) { s.callTimeLimit = -1ms; },
+        [](TulSettings& s) { s.maxPayloadMemory = 0; },
     };
     for (std::size_t i = 0; i < mistakes.size(); ++i)
     {

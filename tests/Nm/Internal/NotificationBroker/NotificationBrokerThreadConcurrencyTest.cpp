@@ -168,9 +168,10 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlac
     EXPECT_THAT(Deliveries(), ElementsAre("slow 1: 1", "slow 2: 1"));
 }
 
-TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBehindAFullQueue)
+TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadWaitsBehindAFullQueueForRoom)
 {
-    // As a broker whose dispatching never started is disposed after its queue filled up.
+    // As a broker whose dispatching never started is disposed after its queue filled up: the stop marker
+    // waits for room however long that takes, and goes in as soon as there is some.
     auto notification = MakeNotification(1, "A");
     ASSERT_TRUE(queue.TryPush(notification));
     std::atomic<bool> stopped{false};
@@ -180,7 +181,9 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, ANeverStartedThreadStopsAtOnceBe
             MakeThread().reset();
             stopped = true;
         });
-    EXPECT_TRUE(WaitFor([&] { return stopped.load(); }));
-    EXPECT_EQ(queue.Pop(), notification) << "nothing was taken";  // also makes room for a waiting stop
+    const bool gaveUp = WaitFor([&] { return stopped.load(); }, std::chrono::milliseconds(300));
+    EXPECT_EQ(queue.Pop(), notification) << "nothing was taken";
     stopper.join();
+    ASSERT_FALSE(gaveUp) << "the stop gave up on the full queue";
+    EXPECT_EQ(queue.Pop(), nullptr) << "the stop marker went in once there was room";
 }

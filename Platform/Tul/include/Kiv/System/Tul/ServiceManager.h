@@ -26,6 +26,9 @@ public:
     /// or remote GetService, or after Shutdown, it works).
     static void Configure(const TulSettings& settings);
     static TulSettings GetSettings();
+    /// TulSettings::maxPayloadMemory of the settings in force, without a lock: readers of every message
+    /// ask for it.
+    static std::size_t GetMaxPayloadMemory() noexcept;
 
     /// Makes the service of `factory` available under the two names, to this process and, through the
     /// provider's endpoint, to the others of the system. Publishing the same names again replaces the

@@ -31,5 +31,11 @@ struct TulSettings
     /// Calls to services that this process publishes go through its own endpoint and a server thread, as
     /// remote calls do: for tests of proxies and stubs. Off, they reach the service object directly.
     bool marshalLocalCalls = false;
+    /// The most memory that one payload read from a message may take in this process. An element can be
+    /// one byte on the wire and over 500 in memory, so the frame size alone would let one message cost
+    /// its receiver hundreds of times its size; this bound is checked against the announced length before
+    /// anything is reserved. The default admits about 129,000 fields; a call being served then costs at
+    /// most one frame plus this much.
+    std::size_t maxPayloadMemory = 64 * 1024 * 1024;
 };
 }  // namespace Kiv::System::Tul
