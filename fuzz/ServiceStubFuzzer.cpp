@@ -107,9 +107,9 @@ public:
         Tul::ServiceManager::Configure(settings);
         Commons::AppDomain::Create("Fuzz");
         Nm::Internal::NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(""));
+        Nm::NotificationManager::GetInstance().Subscribe("Fuzz.Watched", &subscriber);
         // Inputs send without end; a broker that never delivered would never let its full queue go.
         Nm::Internal::NotificationManagerSetup::StartDispatching();
-        Nm::NotificationManager::GetInstance().Subscribe("Fuzz.Watched", &subscriber);
 
         Add(Services::Internal::NotificationSendingServiceFactory::GetInstance(), "Kiv", 3);
         Add(Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), "Kiv", 8);
