@@ -9,6 +9,7 @@ packages=(
   libfmt-dev libboost-dev libxml2-dev libspdlog-dev nlohmann-json3-dev
   liblttng-ust-dev lttng-tools babeltrace2
   libgtest-dev libgmock-dev googletest
+  libmosquitto-dev mosquitto
 )
 
 missing=()
