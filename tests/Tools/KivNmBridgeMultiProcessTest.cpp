@@ -371,8 +371,53 @@ TEST_F(KivNmBridgeTest, ABadSettingAndAWrongPasswordAreClearErrors)
         }
         else
         {
-            EXPECT_EQ(WEXITSTATUS(bridge.Stop(0)), 1) << c.logPart;
+            EXPECT_EQ(bridge.ReadLine(), "");  // its end, or the time limit for one that hangs on
+            EXPECT_EQ(bridge.Stop(SIGKILL), 1 << 8) << c.logPart;
         }
         EXPECT_THAT(Read(Log("a")), HasSubstr(c.logPart));
+    }
+}
+
+TEST_F(KivNmBridgeTest, TlsWithTheRightAuthorityConnectsAndWithAnotherIsAClearError)
+{
+    if (std::system("command -v openssl >/dev/null") != 0)
+    {
+        GTEST_SKIP() << "openssl is not installed (scripts/install-deps.sh installs it)";
+    }
+    // An authority that signed the MQTT broker's certificate, and one that did not.
+    const std::string d = directory + "/";
+    const std::string make =
+        "cd " + d +
+        " && openssl req -x509 -newkey rsa:2048 -nodes -keyout ca.key -out ca.crt -days 2 -subj /CN=ca"
+        " && openssl req -newkey rsa:2048 -nodes -keyout broker.key -out broker.csr -subj /CN=127.0.0.1"
+        " && echo subjectAltName=IP:127.0.0.1 > ext && openssl x509 -req -in broker.csr -CA ca.crt -CAkey "
+        "ca.key"
+        " -CAcreateserial -out broker.crt -days 2 -extfile ext"
+        " && openssl req -x509 -newkey rsa:2048 -nodes -keyout other.key -out other.crt -days 2 -subj "
+        "/CN=other"
+        " && chmod 644 broker.key >/dev/null 2>&1";
+    ASSERT_EQ(std::system((make + " 2>/dev/null").c_str()), 0);
+    StartMqtt("allow_anonymous true\ncafile " + d + "ca.crt\ncertfile " + d + "broker.crt\nkeyfile " + d +
+              "broker.key\n");
+    Host("a");
+    for (const std::string authority : {"ca", "other"})
+    {
+        std::filesystem::remove(Log("a"));
+        ChildProcess& bridge = Bridge("a", Settings("a", "  <Tls caFile=\"" + d + authority + ".crt\"/>\n"));
+        EXPECT_EQ(bridge.ReadLine(), "ready");
+        if (authority == "ca")
+        {
+            EXPECT_EQ(bridge.ReadLine(), "connected");
+            EXPECT_EQ(bridge.Stop(SIGINT), 0);
+        }
+        else
+        {
+            EXPECT_EQ(bridge.ReadLine(), "");
+            EXPECT_EQ(bridge.Stop(SIGKILL), 1 << 8);
+            EXPECT_THAT(Read(Log("a")),
+                        HasSubstr("TLS with the MQTT broker 127.0.0.1:" + std::to_string(port) +
+                                  " failed: OpenSSL Error[0]: error:0A000086:SSL "
+                                  "routines::certificate verify failed"));
+        }
     }
 }
