@@ -22,10 +22,10 @@
 #include "Common/Component.h"
 
 #include <Nm/GenericPayload.h>
+#include <Nm/INotificationSubscriber.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistrationInfo.h>
-#include <Nm/NotificationSubscriber.h>
 
 #include <Kiv/Exception.h>
 #include <Kiv/Logging/LogManager.h>
@@ -234,8 +234,7 @@ public:
         {
             try
             {
-                subscribers.emplace_back(it->c_str())
-                    .AddHandler([this](const Notification& n) { Export(n); });
+                NotificationManager::GetInstance().Subscribe(it->c_str(), &exporter);
                 Log("exporting " + *it);
                 it = pendingSubtrees.erase(it);
             }
@@ -264,7 +263,14 @@ public:
         {
             return;
         }
-        subscribers.clear();
+        try
+        {
+            NotificationManager::GetInstance().UnsubscribeFromAll(&exporter);
+        }
+        catch (const Kiv::Exception& e)
+        {
+            Log(std::string("cannot unsubscribe: ") + e.GetMessage().c_str());
+        }
         {
             std::unique_lock<std::mutex> lock(mutex);
             changed.wait_for(lock, grace, [this] { return outbox.empty() || state != State::Connected; });
@@ -279,7 +285,8 @@ public:
             }
         }
         mosquitto_disconnect(mosq);
-        mosquitto_loop_stop(mosq, true);
+        // Not forced: a cancelled network thread may leave its locks taken.
+        mosquitto_loop_stop(mosq, false);
         mosquitto_destroy(mosq);
         mosq = nullptr;
         auto& manager = NotificationManager::GetInstance();
@@ -458,14 +465,13 @@ private:
         {
             Log(std::string("mqtt: ") + text);
         }
-        // Why a certificate did not verify shows only here.
+        // Why a certificate did not verify shows only here, and the handshake may fail on either thread;
+        // trying again would not mend it.
         if (level == MOSQ_LOG_ERR && std::strstr(text, "OpenSSL Error") != nullptr)
         {
             std::lock_guard<std::mutex> lock(mutex);
-            if (tlsError.empty())
-            {
-                tlsError = text;
-            }
+            tlsError = text;
+            SetStateLocked(State::Failed, "TLS with the MQTT broker " + Address() + " failed: " + tlsError);
         }
     }
 
@@ -810,7 +816,14 @@ private:
 
     std::list<std::string> pendingSubtrees;
     std::set<std::string> waitingLogged;
-    std::list<NotificationSubscriber> subscribers;
+    // One subscriber for all exported subtrees, complete before its first subscription: notifications
+    // may arrive from then on, also while a later subtree is subscribed.
+    struct Exporter : INotificationSubscriber
+    {
+        explicit Exporter(Bridge& bridge) : bridge(bridge) {}
+        void Notify(const Notification& notification) override { bridge.Export(notification); }
+        Bridge& bridge;
+    } exporter{*this};
 };
 }  // namespace
 
