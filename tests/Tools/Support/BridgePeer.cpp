@@ -10,9 +10,9 @@
 
 #include <Nm/EnumDictionary.h>
 #include <Nm/GenericPayload.h>
+#include <Nm/INotificationSubscriber.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistrationInfo.h>
-#include <Nm/NotificationSubscriber.h>
 #include <Nm/StringPayload.h>
 
 #include <cstdio>
@@ -108,7 +108,11 @@ int main(int argc, char** argv)
     }
     {
         auto& manager = NotificationManager::GetInstance();
-        std::list<NotificationSubscriber> subscribers;
+        // Complete before it subscribes: a handler attached afterwards would race with the first delivery.
+        struct Printer : INotificationSubscriber
+        {
+            void Notify(const Notification& n) override { Print(Describe(n).dump()); }
+        } printer;
         std::map<std::string, NotificationNameId> registered;
         for (std::string line; std::getline(std::cin, line) && line != "exit";)
         {
@@ -120,8 +124,7 @@ int main(int argc, char** argv)
             {
                 if (command == "subscribe")
                 {
-                    subscribers.emplace_back(name.c_str())
-                        .AddHandler([](const Notification& n) { Print(Describe(n).dump()); });
+                    manager.Subscribe(name.c_str(), &printer);
                 }
                 else if (command == "send" && (in >> severityText >> count >> kind))
                 {
@@ -173,7 +176,7 @@ int main(int argc, char** argv)
                 Print(std::string("error ") + e.what());
             }
         }
-        subscribers.clear();
+        manager.UnsubscribeFromAll(&printer);
     }
     KivTools::LeaveSystem();
     return 0;
