@@ -24,7 +24,9 @@
 
 #include <fmt/format.h>
 
+#include <arpa/inet.h>
 #include <fcntl.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
@@ -101,6 +103,9 @@ struct Options
     int subscribers = 0;
     int totalSubscribers = 0;
     int remoteProcesses = 0;
+    // Of the bridge row: the broker's process is alone in its system, and the driver says go once the
+    // bridges are connected.
+    bool bridged = false;
 };
 
 Options Parse(int argc, char** argv)
@@ -126,6 +131,7 @@ Options Parse(int argc, char** argv)
         {"subscribers", [&](const std::string& v) { o.subscribers = std::stoi(v); }},
         {"total-subscribers", [&](const std::string& v) { o.totalSubscribers = std::stoi(v); }},
         {"remote-processes", [&](const std::string& v) { o.remoteProcesses = std::stoi(v); }},
+        {"bridged", [&](const std::string& v) { o.bridged = v == "1"; }},
     };
     for (int i = 1; i < argc; ++i)
     {
@@ -139,7 +145,7 @@ Options Parse(int argc, char** argv)
                 "\nusage: NotificationPathBenchmark [--runs=5] [--calls=1048576] [--latency-samples=5000] "
                 "[--messages=20000] [--in-process-messages=100000] [--warmup=500] "
                 "[--floor-round-trips=20000] "
-                "[--floor-messages=200000] [--only=<row key substring>] [--json=<path>]");
+                "[--floor-messages=200000] [--only=<row key substrings, comma-separated>] [--json=<path>]");
         }
         setter->second(arg.substr(equals + 1));
     }
@@ -437,8 +443,15 @@ void RunProcess(const Options& o)
         {
             registration.emplace(Name, "Bench", Severity::Info, manager);
         }
-        pipes.ready.Signal(o.subscribers + (o.sender ? 1 : 0));
-        if (o.broker)
+        if (o.bridged)
+        {
+            NotificationManagerSetup::StartDispatching();
+        }
+        else
+        {
+            pipes.ready.Signal(o.subscribers + (o.sender ? 1 : 0));
+        }
+        if (o.broker && !o.bridged)
         {
             pipes.ready.Wait(o.totalSubscribers + 1);
             NotificationManagerSetup::StartDispatching();
@@ -463,14 +476,14 @@ void RunProcess(const Options& o)
         }
         subscribers.clear();
         registration.reset();
-        if (o.broker)
+        if (o.broker && !o.bridged)
         {
             // The others unsubscribe and unregister at the broker as they go.
             pipes.done.Wait(o.remoteProcesses);
         }
     }
     TearDown();
-    if (!o.broker)
+    if (!o.broker && !o.bridged)
     {
         pipes.done.Signal();
     }
@@ -870,6 +883,8 @@ struct ProcessPlan
     int subscribers = 0;
 };
 
+std::optional<Figures> Collect(const RunDirectory& directory);
+
 std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPlan>& plan, int run)
 {
     RunDirectory directory;
@@ -895,7 +910,12 @@ std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPl
     {
         return Fail("a process of the run failed");
     }
+    return Collect(directory);
+}
 
+/// The figures that the processes of a run left in its directory.
+std::optional<Figures> Collect(const RunDirectory& directory)
+{
     Figures figures;
     std::int64_t sent = 0;
     std::int64_t dropped = 0;
@@ -933,6 +953,167 @@ std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPl
     figures.dropped = static_cast<double>(dropped);
     SetLatencies(figures, latencies);
     return figures;
+}
+
+/// A program other than this one, with its standard output on a pipe when `out` is given.
+pid_t Spawn(const std::string& path, const std::vector<std::string>& arguments, int* out = nullptr)
+{
+    std::vector<std::string> all{path};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    std::vector<char*> argv;
+    for (auto& argument : all)
+    {
+        argv.push_back(argument.data());
+    }
+    argv.push_back(nullptr);
+    int fds[2] = {-1, -1};
+    if (out != nullptr && pipe2(fds, O_CLOEXEC) != 0)
+    {
+        return -1;
+    }
+    const pid_t pid = fork();
+    if (pid == 0)
+    {
+        if (out != nullptr)
+        {
+            dup2(fds[1], STDOUT_FILENO);
+        }
+        const int null = open("/dev/null", O_WRONLY);
+        dup2(null, STDERR_FILENO);
+        execv(argv[0], argv.data());
+        _exit(127);
+    }
+    if (out != nullptr)
+    {
+        close(fds[1]);
+        *out = fds[0];
+    }
+    return pid;
+}
+
+/// True once `fd` has given a line that is `wanted`, within the wait limit.
+bool AwaitLine(int fd, const std::string& wanted)
+{
+    const auto deadline = Clock::now() + WaitLimit;
+    std::string line;
+    while (Clock::now() < deadline)
+    {
+        pollfd entry{fd, POLLIN, 0};
+        char c = 0;
+        if (poll(&entry, 1, 100) == 1 && read(fd, &c, 1) == 1)
+        {
+            if (c != '\n')
+            {
+                line += c;
+            }
+            else if (line == wanted)
+            {
+                return true;
+            }
+            else
+            {
+                line.clear();
+            }
+        }
+    }
+    return false;
+}
+
+/// Across machines: system A (broker with sender) -> kivnm-bridge -> mosquitto -> kivnm-bridge -> system B
+/// (broker with subscriber), at QoS 1, all on this machine.
+std::optional<Figures> RunBridge(const Options& o, int run)
+{
+    const std::string tools = std::filesystem::path(SelfPath()).parent_path().parent_path() / "tools";
+    const std::string bridge = tools + "/kivnm-bridge";
+    const std::string mosquitto = "/usr/sbin/mosquitto";
+    if (!std::filesystem::exists(bridge) || !std::filesystem::exists(mosquitto))
+    {
+        return Fail("needs kivnm-bridge and mosquitto (scripts/install-deps.sh)");
+    }
+    RunDirectory directory;
+    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    const int port = ntohs(address.sin_port);
+    std::ofstream(directory.path + "/mosquitto.conf")
+        << "listener " << port
+        << " 127.0.0.1\nallow_anonymous true\nlog_dest none\n"
+        // The unpaced phase runs far ahead of the importing side; by default mosquitto would drop what
+        // is queued for one client beyond 1000.
+        << "max_queued_messages 0\n";
+    const std::string system = fmt::format("bench-{}-{}", getpid(), run);
+    for (const char* side : {"a", "b"})
+    {
+        std::ofstream(directory.path + "/bridge-" + side + ".xml")
+            << "<KivNmBridgeSettings>\n  <Broker port=\"" << port << "\" clientId=\"" << system << side
+            << "\" cleanSession=\"true\" qos=\"1\"/>\n  <Buffer notifications=\"1000000\"/>\n"
+            << (side[0] == 'a' ? "  <Export name=\"Bench\"/>\n" : "  <Import topic=\"kiv/+/Bench/#\"/>\n")
+            << "</KivNmBridgeSettings>\n";
+    }
+    const pid_t mqtt = Spawn(mosquitto, {"-c", directory.path + "/mosquitto.conf"});
+    Children children;
+    const auto process = [&](const char* side, bool sender)
+    {
+        children.Exec(
+            {"--role=process", "--dir=" + directory.path, "--system=" + system + side,
+             std::string("--name=Main") + side, "--broker=1", fmt::format("--sender={}", sender ? 1 : 0),
+             fmt::format("--subscribers={}", sender ? 0 : 1), "--total-subscribers=1",
+             fmt::format("--remote-processes={}", sender ? 1 : 0), "--bridged=1",
+             fmt::format("--warmup={}", o.warmup), fmt::format("--latency-samples={}", o.latencySamples),
+             fmt::format("--messages={}", o.messages)});
+    };
+    process("b", false);
+    process("a", true);
+    const Pipes pipes(directory.path);
+    std::vector<int> outputs;
+    std::vector<pid_t> bridges;
+    for (const char* side : {"b", "a"})
+    {
+        int out = -1;
+        bridges.push_back(Spawn(bridge,
+                                {"--settings", directory.path + "/bridge-" + side + ".xml", "--system",
+                                 system + side, "--endpoints", directory.path + "/endpoints"},
+                                &out));
+        outputs.push_back(out);
+    }
+    bool connected = true;
+    for (const int out : outputs)
+    {
+        connected = connected && AwaitLine(out, "connected");
+    }
+    if (!connected)
+    {
+        for (const pid_t pid : {bridges[0], bridges[1], mqtt})
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        return Fail("a bridge did not connect");
+    }
+    pipes.go.Signal();
+    // The two system processes end by themselves once the end has come; then the bridges and mosquitto.
+    const bool ended = children.WaitAll();
+    for (const pid_t pid : bridges)
+    {
+        kill(pid, SIGINT);
+        waitpid(pid, nullptr, 0);
+    }
+    for (const int out : outputs)
+    {
+        close(out);
+    }
+    kill(mqtt, SIGTERM);
+    waitpid(mqtt, nullptr, 0);
+    if (!ended)
+    {
+        return Fail("a process of the bridged run failed");
+    }
+    return Collect(directory);
 }
 
 std::optional<Figures> RunNonBlockingChild(const Options& o, int run)
@@ -1058,6 +1239,8 @@ int Drive(const Options& o)
                                  {"Send", false, true, 0}},
                                 run);
          }},
+        {"bridge", "2 systems: sender, broker, bridge, mosquitto (QoS 1), bridge, broker with subscriber",
+         [](const Options& opt, int run) { return RunBridge(opt, run); }},
         {"non-blocking", "non-blocking send, caller side (same process)",
          [](const Options& opt, int run) { return RunNonBlockingChild(opt, run); }},
     };
@@ -1072,7 +1255,15 @@ int Drive(const Options& o)
     const bool progress = isatty(STDERR_FILENO) != 0;
     for (const auto& row : rows)
     {
-        if (!o.only.empty() && row.key.find(o.only) == std::string::npos)
+        // --only=a,b: the rows whose key contains a or b.
+        bool wanted = o.only.empty();
+        for (std::size_t at = 0; !wanted && at <= o.only.size();)
+        {
+            const std::size_t comma = std::min(o.only.find(',', at), o.only.size());
+            wanted = row.key.find(o.only.substr(at, comma - at)) != std::string::npos;
+            at = comma + 1;
+        }
+        if (!wanted)
         {
             continue;
         }

@@ -3,6 +3,7 @@
 # JSON in build/default/bench-results.json. Arguments go to the benchmark program, e.g.
 #   scripts/bench.sh --runs=3 --calls=100000      a quicker run
 #   scripts/bench.sh --only=cross                 the rows whose key contains "cross"
+#   scripts/bench.sh --only=cross-process,bridge  the bridge beside the cross-process row of the same run
 # Every figure is the median of the runs (default 5) with their min and max.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -11,6 +12,6 @@ if command -v ccache >/dev/null; then
   export CMAKE_C_COMPILER_LAUNCHER="${CMAKE_C_COMPILER_LAUNCHER:-ccache}"
 fi
 cmake --preset default -DKIV_BUILD_BENCHMARKS=ON >/dev/null
-cmake --build --preset default -j "$(nproc)" --target NotificationPathBenchmark >/dev/null
+cmake --build --preset default -j "$(nproc)" --target NotificationPathBenchmark kivnm-bridge >/dev/null
 echo "machine: $(nproc) cores, $(uname -sr); $(date -u '+%Y-%m-%d %H:%M UTC')"
 exec build/default/benchmarks/NotificationPathBenchmark --json=build/default/bench-results.json "$@"

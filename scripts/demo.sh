@@ -6,8 +6,13 @@
 #   kivnm watch           the command-line tool, joined as a process of its own,
 # then asks the tool for the system's names and statistics, and stops everything with SIGINT.
 # Usage: scripts/demo.sh [seconds]
+#        scripts/demo.sh --two-systems [seconds]   two systems joined by MQTT (scripts/demo-two-systems.sh)
 set -euo pipefail
 cd "$(dirname "$0")/.."
+if [ "${1:-}" = "--two-systems" ]; then
+  shift
+  exec bash scripts/demo-two-systems.sh "$@"
+fi
 seconds="${1:-10}"
 bash scripts/install-deps.sh >/dev/null
 cmake --preset default >/dev/null

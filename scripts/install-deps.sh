@@ -3,12 +3,15 @@
 # apt-get skips what is already there, and the package list is refreshed only when stale.
 set -euo pipefail
 
+# mosquitto and openssl: the MQTT broker that kivnm-bridge's tests and demo start on a port of their
+# own (the package's system service is never relied on), and the certificates of its TLS test.
 packages=(
   build-essential cmake ninja-build pkg-config
   clang clang-format libclang-rt-14-dev
   libfmt-dev libboost-dev libxml2-dev libspdlog-dev nlohmann-json3-dev
   liblttng-ust-dev lttng-tools babeltrace2
   libgtest-dev libgmock-dev googletest
+  libmosquitto-dev mosquitto openssl
 )
 
 missing=()
