@@ -327,12 +327,25 @@ TEST_F(TulAuthorizatorTest, PolicyGrantsOperationsToUsersAndGroupsByIdOrNameAndR
         {"<TulPolicy><Grant operations='A'/></TulPolicy>",
          "(1): A 'Grant' needs the attribute 'users' or 'groups'"},
         {"<TulPolicy><Grant operations='A' users='no-such-user-kiv'/></TulPolicy>",
-         "(1): Unknown user 'no-such-user-kiv'"}};
+         "(1): Unknown user 'no-such-user-kiv'"},
+        {"<TulPolicy><InternalGrant operations='*' users='0'/></TulPolicy>",
+         "(1): An 'InternalGrant' grants all operations and takes no attribute 'operations'"}};
     for (const auto& [content, message] : mistakes)
     {
         EXPECT_THAT([&] { ReadPolicy(content); }, ThrowsMessage<Kiv::XmlException>(policyPath + message));
     }
     EXPECT_THROW(TulPolicyAuthorizator("/nonexistent/policy.xml"), Kiv::XmlException);
+
+    // Internal services: this process's user and root always, and whom an InternalGrant names, also by a
+    // supplementary group; the public service's grants are another matter.
+    auto internal = ReadPolicy("<TulPolicy><InternalGrant users='4000' groups='5000'/></TulPolicy>");
+    ITulAuthorizator& guard = internal.GetInternalAuthorizator();
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {geteuid(), 1, 1}));
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {0, 1, 1}));
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {4000, 1, 1}));
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {4001, 1, 1, {7, 5000}}));
+    EXPECT_FALSE(guard.IsAuthorized("Kiv", "S", "M", {4001, 1, 1, {7}}));
+    EXPECT_FALSE(internal.IsAuthorized("Kiv", "S", "M", {4000, 1, 1}));
 }
 
 TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerOnesAndRefusesAMalformedOne)
