@@ -172,7 +172,12 @@ TEST_F(TulSecurityTest, AClientRefusesAnEndpointThatAStrangerServesOrWhoseDirect
     for (const auto& c : cases)
     {
         const std::string endpoint = c.directory + "/" + system + ".B.sock";
-        Stranger impostor([&](int out) { Stranger::Report(out, ListenAt(endpoint)); });
+        Stranger impostor(
+            [&](int out)
+            {
+                Stranger::Report(out, ListenAt(endpoint));
+                pause();  // serving until killed
+            });
         ASSERT_EQ(impostor.ReadLine(), "listening");
         ServiceManager::Reset();
         settings.endpointDirectory = c.directory;
