@@ -6,7 +6,14 @@ namespace Kiv::System::Nm::Services
 {
 NotificationManagerServiceFactory NotificationManagerServiceFactory::instance;
 
-NotificationManagerServiceFactory::NotificationManagerServiceFactory() : TulServiceFactoryBase("Kiv", true) {}
+NotificationManagerServiceFactory::NotificationManagerServiceFactory()
+    : TulServiceFactoryBase("Kiv", true,
+                            {"RegisterNotification", "UnregisterNotification", "SendNotification",
+                             "GetNotificationName", "GetNotificationNameId", "GetNotificationNameIdsByStatus",
+                             "GetAllKnownNotificationNameIds", "GetNotificationRegistration",
+                             "GetPayloadTypeId", "GetPayloadTypeName", "GetNumberOfSubmittedNotifications"})
+{
+}
 
 NotificationManagerServiceFactory& NotificationManagerServiceFactory::GetInstance()
 {

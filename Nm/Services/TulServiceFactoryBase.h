@@ -4,6 +4,8 @@
 #include <Kiv/Export.h>
 #include <Kiv/System/Tul/ITulServiceFactory.h>
 
+#include <vector>
+
 namespace Kiv::System::Nm::Services
 {
 /// The server-side factory of one service: its provider name and whether each call passes the security
@@ -15,12 +17,17 @@ public:
 
     bool GetUsesSecurityStub() const override;
     const String& GetServiceProviderName() const override;
+    /// The operations in the order of the interface: method id 1 is the first.
+    const char* GetOperationName(unsigned short methodId) const override;
+    const std::vector<const char*>& GetOperationNames() const noexcept { return operationNames; }
 
 protected:
-    TulServiceFactoryBase(String serviceProviderName, bool usesSecurityStub);
+    TulServiceFactoryBase(String serviceProviderName, bool usesSecurityStub,
+                          std::vector<const char*> operationNames);
 
 private:
     String serviceProviderName;
     bool usesSecurityStub;
+    std::vector<const char*> operationNames;
 };
 }  // namespace Kiv::System::Nm::Services

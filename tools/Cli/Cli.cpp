@@ -22,6 +22,7 @@
 
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
+#include <Kiv/Exceptions.h>
 #include <Kiv/Logging/LogManager.h>
 
 #include <nlohmann/json.hpp>
@@ -51,7 +52,10 @@ const char* const usage =
     "  state [checked|relaxed]                      the subscription state, or switch it\n"
     "  send NAME TEXT [--severity S] [--sender S]   register NAME if needed, send TEXT\n"
     "  watch NAME...                                print notifications as they arrive, until Ctrl-C\n"
-    "The system defaults to $KIV_SYSTEM or \"default\", the endpoints to $KIV_ENDPOINTS or /tmp/kiv-tul.\n";
+    "The system defaults to $KIV_SYSTEM or \"default\", the endpoints to $KIV_ENDPOINTS, else\n"
+    "/run/kiv-tul for root and $XDG_RUNTIME_DIR/kiv-tul or /tmp/kiv-tul-UID for others: a user other than\n"
+    "the broker's passes the broker's directory (e.g. KIV_ENDPOINTS=/run/kiv-tul), and KIV_SYSTEM_UID=UID\n"
+    "when the broker runs neither as root nor as this user.\n";
 
 /// A wrong command line: usage, exit code 2.
 struct UsageError : std::invalid_argument
@@ -116,6 +120,10 @@ private:
         {
             service = Services::FetchService<INotificationManagerService,
                                              Services::NotificationManagerServiceProxyFactory>();
+        }
+        catch (const Kiv::CommunicationException& e)
+        {
+            throw std::runtime_error(e.GetMessage().c_str());  // an endpoint that isn't to be trusted, say
         }
         catch (const Kiv::Exception&)
         {
@@ -239,6 +247,10 @@ private:
         {
             state = Services::FetchService<ISubscriptionStateService,
                                            Services::Internal::SubscriptionStateServiceProxyFactory>();
+        }
+        catch (const Kiv::CommunicationException& e)
+        {
+            throw std::runtime_error(e.GetMessage().c_str());  // an endpoint that isn't to be trusted, say
         }
         catch (const Kiv::Exception&)
         {

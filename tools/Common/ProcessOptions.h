@@ -2,8 +2,10 @@
 
 // What every program of the system shares on its command line: which system it joins and where that
 // system's endpoints are. The environment gives the defaults, so that a shell session set up once with
-// KIV_SYSTEM and KIV_ENDPOINTS needs no options.
+// KIV_SYSTEM and KIV_ENDPOINTS needs no options. KIV_SYSTEM_UID names the broker's user for clients of
+// other users.
 
+#include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulSettings.h>
 
@@ -21,7 +23,10 @@ namespace KivTools
 struct SystemOptions
 {
     std::string system = Env("KIV_SYSTEM", "default");
-    std::string endpoints = Env("KIV_ENDPOINTS", "/tmp/kiv-tul");
+    std::string endpoints = Env("KIV_ENDPOINTS", Kiv::System::Tul::GetDefaultEndpointDirectory().c_str());
+    /// The user of the system's broker when it is neither root nor this user: a client of another user
+    /// trusts its endpoints only then (TulSettings::systemUid).
+    std::string systemUid = Env("KIV_SYSTEM_UID", "");
     std::chrono::milliseconds connectWait{10000};
 
     static std::string Env(const char* name, const char* fallback)
@@ -52,6 +57,18 @@ struct SystemOptions
         settings.systemName = system.c_str();
         settings.endpointDirectory = endpoints.c_str();
         settings.connectWait = connectWait;
+        if (!systemUid.empty())
+        {
+            const bool digits =
+                systemUid.size() <= 10 && systemUid.find_first_not_of("0123456789") == std::string::npos;
+            const unsigned long long uid = digits ? std::stoull(systemUid) : 0;
+            if (!digits || uid > 4294967294ULL)
+            {
+                throw Kiv::ArgumentException::Create("KIV_SYSTEM_UID", systemUid.c_str(),
+                                                     "A uid is a number from 0 to 4294967294");
+            }
+            settings.systemUid = static_cast<uid_t>(uid);
+        }
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 };

@@ -6,6 +6,7 @@
 #include "Common/ProcessOptions.h"
 
 #include <Nm/Internal/NotificationManagerSetup.h>
+#include <Nm/Services/NotificationManagerServiceFactory.h>
 
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
@@ -16,6 +17,7 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace
 {
@@ -28,8 +30,10 @@ const char* const usage =
     "  --broker           this is the main process: it holds the broker\n"
     "  --settings FILE    queue lengths (XML); default: built-in lengths\n"
     "  --system NAME      the system to join (default: $KIV_SYSTEM or \"default\")\n"
-    "  --endpoints DIR    where the system's endpoints are (default: $KIV_ENDPOINTS or /tmp/kiv-tul)\n"
-    "  --policy FILE      who may call the public service (XML); default: this user and root\n"
+    "  --endpoints DIR    where the system's endpoints are (default: $KIV_ENDPOINTS, else /run/kiv-tul\n"
+    "                     for root, $XDG_RUNTIME_DIR/kiv-tul or /tmp/kiv-tul-UID for others)\n"
+    "  --policy FILE      who may call the public service, and the internal ones besides this user and\n"
+    "                     root (XML); default: this user and root\n"
     "  --start-after S    start delivering S seconds after set-up (default 2; broker only)\n"
     "  --start-on-signal  start delivering on SIGUSR1 instead\n";
 
@@ -118,8 +122,18 @@ int main(int argc, char** argv)
         options.system.Apply();
         if (!options.policy.empty())
         {
-            policy = std::make_unique<Kiv::System::Tul::TulPolicyAuthorizator>(options.policy.c_str());
+            // A grant of an operation that the public service lacks is a mistake, refused here.
+            std::vector<Kiv::String> operations;
+            for (const char* name :
+                 Kiv::System::Nm::Services::NotificationManagerServiceFactory::GetInstance()
+                     .GetOperationNames())
+            {
+                operations.emplace_back(name);
+            }
+            policy =
+                std::make_unique<Kiv::System::Tul::TulPolicyAuthorizator>(options.policy.c_str(), operations);
             Kiv::System::Tul::ServiceManager::SetAuthorizator(policy.get());
+            Kiv::System::Tul::ServiceManager::SetInternalAuthorizator(&policy->GetInternalAuthorizator());
         }
         Kiv::System::Commons::AppDomain::Create(options.name.c_str());
         if (options.broker)
@@ -167,6 +181,7 @@ int main(int argc, char** argv)
     Kiv::System::Commons::AppDomain::Dispose();
     Kiv::System::Tul::ServiceManager::Shutdown();
     Kiv::System::Tul::ServiceManager::SetAuthorizator(nullptr);
+    Kiv::System::Tul::ServiceManager::SetInternalAuthorizator(nullptr);
     std::cout << "stopped" << std::endl;
     return 0;
 }

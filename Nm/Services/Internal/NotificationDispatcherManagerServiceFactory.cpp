@@ -7,7 +7,9 @@ namespace Kiv::System::Nm::Services::Internal
 NotificationDispatcherManagerServiceFactory NotificationDispatcherManagerServiceFactory::instance;
 
 NotificationDispatcherManagerServiceFactory::NotificationDispatcherManagerServiceFactory()
-    : TulServiceFactoryBase("Kiv", false)
+    : TulServiceFactoryBase("Kiv", false,
+                            {"RegisterDispatcher", "UnregisterDispatcher", "RegisterNotificationDispatch",
+                             "UnregisterNotificationDispatch", "ContainsNotificationDispatch"})
 {
 }
 

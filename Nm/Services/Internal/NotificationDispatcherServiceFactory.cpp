@@ -7,7 +7,7 @@ namespace Kiv::System::Nm::Services::Internal
 NotificationDispatcherServiceFactory NotificationDispatcherServiceFactory::instance;
 
 NotificationDispatcherServiceFactory::NotificationDispatcherServiceFactory()
-    : TulServiceFactoryBase("", false)
+    : TulServiceFactoryBase("", false, {"Dispatch"})
 {
 }
 

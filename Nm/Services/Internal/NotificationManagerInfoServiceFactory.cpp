@@ -7,7 +7,10 @@ namespace Kiv::System::Nm::Services::Internal
 NotificationManagerInfoServiceFactory NotificationManagerInfoServiceFactory::instance;
 
 NotificationManagerInfoServiceFactory::NotificationManagerInfoServiceFactory()
-    : TulServiceFactoryBase("Kiv", false)
+    : TulServiceFactoryBase("Kiv", false,
+                            {"GetNotificationName", "GetNotificationNameId", "GetNotificationNameIdsByStatus",
+                             "GetAllKnownNotificationNameIds", "GetNotificationRegistration",
+                             "GetPayloadTypeId", "GetPayloadTypeName", "GetNumberOfSubmittedNotifications"})
 {
 }
 

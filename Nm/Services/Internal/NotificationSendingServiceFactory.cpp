@@ -6,7 +6,9 @@ namespace Kiv::System::Nm::Services::Internal
 {
 NotificationSendingServiceFactory NotificationSendingServiceFactory::instance;
 
-NotificationSendingServiceFactory::NotificationSendingServiceFactory() : TulServiceFactoryBase("Kiv", false)
+NotificationSendingServiceFactory::NotificationSendingServiceFactory()
+    : TulServiceFactoryBase("Kiv", false,
+                            {"RegisterNotification", "UnregisterNotification", "SendNotification"})
 {
 }
 

@@ -6,7 +6,10 @@ namespace Kiv::System::Nm::Services::Internal
 {
 SubscriptionStateServiceFactory SubscriptionStateServiceFactory::instance;
 
-SubscriptionStateServiceFactory::SubscriptionStateServiceFactory() : TulServiceFactoryBase("Kiv", false) {}
+SubscriptionStateServiceFactory::SubscriptionStateServiceFactory()
+    : TulServiceFactoryBase("Kiv", false, {"IsChecked", "SetStateChecked", "SetStateRelaxed"})
+{
+}
 
 SubscriptionStateServiceFactory& SubscriptionStateServiceFactory::GetInstance()
 {

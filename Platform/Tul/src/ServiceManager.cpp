@@ -100,7 +100,7 @@ TulClient* GetClient(const String& providerName, bool& fresh)
         settings = transport.settings;
     }
     // Connected unlocked, since the wait may be long; a client made meanwhile by another thread wins.
-    const int fd = Internal::Connect(Internal::GetEndpointPath(settings, providerName), settings.connectWait);
+    const int fd = Internal::Connect(settings, providerName);
     if (fd < 0 || (!settings.marshalLocalCalls && IsServedHere(fd)))
     {
         if (fd >= 0)
@@ -134,9 +134,9 @@ ITulService* GetRemoteService(const String& providerName, const String& serviceN
     // A provider that is up but hasn't published the service yet may be a process in the middle of its
     // set-up, publishing one service after another: it is asked again for a moment. A moment, not the
     // whole connect wait, since a service that is really missing must not stall the caller for long.
-    const auto deadline =
-        std::chrono::steady_clock::now() +
-        std::min<std::chrono::milliseconds>(ServiceManager::GetSettings().connectWait, std::chrono::seconds(1));
+    const auto deadline = std::chrono::steady_clock::now() +
+                          std::min<std::chrono::milliseconds>(ServiceManager::GetSettings().connectWait,
+                                                              std::chrono::seconds(1));
     // A connection that was fine when last used may have lost its provider since: then one new try.
     bool reconnected = false;
     for (;;)
@@ -232,6 +232,11 @@ void ServiceManager::Configure(const TulSettings& settings)
         throw ArgumentException::Create("settings",
                                         settings.connectWait.count() < 0 ? "connectWait" : "callTimeLimit",
                                         "A wait or time limit cannot be negative");
+    }
+    if (settings.maxConnectionsPerUid == 0)
+    {
+        throw ArgumentException::Create("maxConnectionsPerUid", 0,
+                                        "Every user needs one connection at least");
     }
     if (settings.maxFrameSize < 64 || settings.maxFrameSize > UINT32_MAX)
     {
@@ -344,6 +349,11 @@ ITulService* ServiceManager::GetService(const char* providerName, ITulServicePro
 ITulAuthorizator* ServiceManager::SetAuthorizator(ITulAuthorizator* authorizator) noexcept
 {
     return GetServiceRegistry().SetAuthorizator(authorizator);
+}
+
+ITulAuthorizator* ServiceManager::SetInternalAuthorizator(ITulAuthorizator* authorizator) noexcept
+{
+    return GetServiceRegistry().SetInternalAuthorizator(authorizator);
 }
 
 void ServiceManager::Shutdown() noexcept

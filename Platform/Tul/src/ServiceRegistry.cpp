@@ -112,6 +112,16 @@ ITulAuthorizator* ServiceRegistry::SetAuthorizator(ITulAuthorizator* newAuthoriz
     return previous;
 }
 
+ITulAuthorizator* ServiceRegistry::SetInternalAuthorizator(ITulAuthorizator* newAuthorizator) noexcept
+{
+    return internalAuthorizator.exchange(newAuthorizator);
+}
+
+ITulAuthorizator* ServiceRegistry::GetInternalAuthorizator() const noexcept
+{
+    return internalAuthorizator.load();
+}
+
 void ServiceRegistry::Clear(bool withAuthorizator) noexcept
 {
     std::unique_lock<std::shared_mutex> lock(mutex);
@@ -120,6 +130,7 @@ void ServiceRegistry::Clear(bool withAuthorizator) noexcept
     if (withAuthorizator)
     {
         authorizator = nullptr;
+        internalAuthorizator = nullptr;
     }
 }
 

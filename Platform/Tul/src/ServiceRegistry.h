@@ -2,6 +2,7 @@
 
 #include <Kiv/BasicString.h>
 
+#include <atomic>
 #include <cstdint>
 #include <optional>
 #include <shared_mutex>
@@ -43,6 +44,9 @@ public:
     std::optional<Publication> FindByHandles(Handles handles) const;
 
     ITulAuthorizator* SetAuthorizator(ITulAuthorizator* authorizator) noexcept;
+    ITulAuthorizator* SetInternalAuthorizator(ITulAuthorizator* authorizator) noexcept;
+    /// The policy of services without a security stub; null for the default.
+    ITulAuthorizator* GetInternalAuthorizator() const noexcept;
     void Clear(bool withAuthorizator) noexcept;
 
 private:
@@ -63,6 +67,7 @@ private:
     /// Service handle - 1 is the index.
     std::vector<Entry> entries;
     ITulAuthorizator* authorizator = nullptr;
+    std::atomic<ITulAuthorizator*> internalAuthorizator{nullptr};
 };
 
 /// The registry of the process, never destroyed, so that publications made or asked for during static

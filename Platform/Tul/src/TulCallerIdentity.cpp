@@ -1,5 +1,7 @@
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 
+#include <algorithm>
+
 #include <unistd.h>
 
 namespace Kiv::System::Tul
@@ -16,7 +18,19 @@ TulCallerIdentity TulCallerIdentity::GetProcessIdentity() noexcept
     identity.uid = geteuid();
     identity.gid = getegid();
     identity.pid = getpid();
+    const int count = getgroups(0, nullptr);
+    if (count > 0)
+    {
+        identity.groups.resize(static_cast<std::size_t>(count));
+        identity.groups.resize(
+            static_cast<std::size_t>(std::max(getgroups(count, identity.groups.data()), 0)));
+    }
     return identity;
+}
+
+bool TulCallerIdentity::IsInGroup(gid_t group) const noexcept
+{
+    return gid == group || std::find(groups.begin(), groups.end(), group) != groups.end();
 }
 
 TulCallerIdentity TulCallerIdentity::GetCurrent() noexcept

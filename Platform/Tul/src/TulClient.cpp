@@ -162,8 +162,7 @@ FrameHeader TulClient::Impl::Receive()
     }
     else if (received == IoResult::Ok)
     {
-        body.resize(header.GetBodySize());
-        received = ReceiveBytes(fd, body.data(), body.size(), deadline);
+        received = ReceiveBody(fd, body, header.GetBodySize(), deadline);
     }
     if (received != IoResult::Ok)
     {

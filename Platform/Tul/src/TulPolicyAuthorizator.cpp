@@ -9,13 +9,14 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <sstream>
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace Kiv::System::Tul
 {
@@ -44,10 +45,19 @@ std::vector<String> SplitWords(const String& text)
     return words;
 }
 
-bool IsNumber(const String& text)
+/// The largest uid or gid: (uid_t)-1 means "no id" to the kernel.
+constexpr unsigned long long maxId = 4294967294ULL;
+
+/// A word that starts with a digit is an id and nothing else: all digits, at most maxId.
+bool IsId(const String& word, unsigned long long& id)
 {
-    return !text.empty() &&
-           std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c); });
+    if (word.size() > 10 ||
+        !std::all_of(word.begin(), word.end(), [](unsigned char c) { return std::isdigit(c); }))
+    {
+        return false;
+    }
+    id = std::stoull(word);
+    return id <= maxId;
 }
 
 template <class Id, class Entry, class Lookup>
@@ -57,9 +67,15 @@ std::vector<Id> ResolveIds(const String& list, const char* kind, Lookup lookup, 
     std::vector<Id> ids;
     for (const String& word : SplitWords(list))
     {
-        if (IsNumber(word))
+        if (std::isdigit(static_cast<unsigned char>(word[0])))
         {
-            ids.push_back(static_cast<Id>(std::stoul(word)));
+            unsigned long long id = 0;
+            if (!IsId(word, id))
+            {
+                place.Fail(String::Format("Invalid {0} id '{1}': an id is a number from 0 to {2}", kind, word,
+                                          maxId));
+            }
+            ids.push_back(static_cast<Id>(id));
             continue;
         }
         Entry entry{};
@@ -79,7 +95,8 @@ String Text(const xmlChar* text)
     return text != nullptr ? String(reinterpret_cast<const char*>(text)) : String();
 }
 
-TulPolicyAuthorizator::Grant ReadGrant(xmlDoc* document, xmlNode* element, const Place& place)
+TulPolicyAuthorizator::Grant ReadGrant(xmlDoc* document, xmlNode* element, const Place& place, bool internal,
+                                       const std::vector<String>& knownOperations)
 {
     TulPolicyAuthorizator::Grant grant;
     bool hasOperations = false;
@@ -101,6 +118,15 @@ TulPolicyAuthorizator::Grant ReadGrant(xmlDoc* document, xmlNode* element, const
         {
             grant.operations = SplitWords(value);
             hasOperations = true;
+            for (const String& operation : grant.operations)
+            {
+                if (operation != "*" && !knownOperations.empty() &&
+                    std::find(knownOperations.begin(), knownOperations.end(), operation) ==
+                        knownOperations.end())
+                {
+                    place.Fail(String::Format("Unknown operation '{0}'", operation));
+                }
+            }
         }
         else if (name == "users")
         {
@@ -112,16 +138,24 @@ TulPolicyAuthorizator::Grant ReadGrant(xmlDoc* document, xmlNode* element, const
         }
         else
         {
-            place.Fail(String::Format("Unknown attribute '{0}' of 'Grant'", name));
+            place.Fail(String::Format("Unknown attribute '{0}' of '{1}'", name, Text(element->name)));
         }
     }
-    if (!hasOperations || grant.operations.empty())
+    if (internal)
+    {
+        if (hasOperations)
+        {
+            place.Fail("An 'InternalGrant' grants all operations and takes no attribute 'operations'");
+        }
+        grant.operations = {"*"};
+    }
+    else if (!hasOperations || grant.operations.empty())
     {
         place.Fail("A 'Grant' needs the attribute 'operations'");
     }
     if (grant.users.empty() && grant.groups.empty())
     {
-        place.Fail("A 'Grant' needs the attribute 'users' or 'groups'");
+        place.Fail(String::Format("A '{0}' needs the attribute 'users' or 'groups'", Text(element->name)));
     }
     return grant;
 }
@@ -148,16 +182,80 @@ bool Matches(const String& pattern, const char* value)
 {
     return pattern.empty() || pattern == "*" || pattern == (value != nullptr ? value : "");
 }
+
+bool AnyGrants(const std::vector<TulPolicyAuthorizator::Grant>& grants, const char* providerName,
+               const char* serviceName, const char* methodName, const TulCallerIdentity& caller)
+{
+    return std::any_of(grants.begin(), grants.end(),
+                       [&](const TulPolicyAuthorizator::Grant& grant)
+                       {
+                           const bool operation =
+                               std::any_of(grant.operations.begin(), grant.operations.end(),
+                                           [&](const String& name) { return Matches(name, methodName); });
+                           const bool who = std::find(grant.users.begin(), grant.users.end(), caller.uid) !=
+                                                grant.users.end() ||
+                                            std::any_of(grant.groups.begin(), grant.groups.end(),
+                                                        [&](gid_t group) { return caller.IsInGroup(group); });
+                           return operation && who && Matches(grant.provider, providerName) &&
+                                  Matches(grant.service, serviceName);
+                       });
+}
+
+/// The whole of a policy file; a clear error, never a stream's exception, for what is no readable
+/// regular file.
+std::string ReadPolicyFile(const String& policyFile)
+{
+    const Place place{policyFile, 0};
+    // Non-blocking, so that a FIFO put in its place can't hold the host at open.
+    const int fd = open(policyFile.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK);
+    if (fd < 0)
+    {
+        place.Fail(String::Format("Cannot read the policy file: {0}", std::strerror(errno)));
+    }
+    struct stat status = {};
+    if (fstat(fd, &status) != 0 || !S_ISREG(status.st_mode))
+    {
+        close(fd);
+        place.Fail("The policy file is not a regular file");
+    }
+    std::string content;
+    char buffer[4096];
+    for (;;)
+    {
+        const ssize_t count = read(fd, buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (count < 0)
+        {
+            const int error = errno;
+            close(fd);
+            place.Fail(String::Format("Cannot read the policy file: {0}", std::strerror(error)));
+        }
+        if (count == 0)
+        {
+            break;
+        }
+        content.append(buffer, static_cast<std::size_t>(count));
+    }
+    close(fd);
+    return content;
+}
 }  // namespace
 
-TulPolicyAuthorizator::TulPolicyAuthorizator(const String& policyFile)
+bool TulPolicyAuthorizator::InternalPolicy::IsAuthorized(const char* providerName, const char* serviceName,
+                                                         const char* methodName,
+                                                         const TulCallerIdentity& caller)
 {
-    std::ifstream in(policyFile, std::ios::binary);
-    if (!in)
-    {
-        Place{policyFile, 0}.Fail(String::Format("Cannot read the policy file: {0}", std::strerror(errno)));
-    }
-    const std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    return caller.uid == serverUid || caller.uid == 0 ||
+           AnyGrants(grants, providerName, serviceName, methodName, caller);
+}
+
+TulPolicyAuthorizator::TulPolicyAuthorizator(const String& policyFile,
+                                             const std::vector<String>& knownOperations)
+{
+    const std::string content = ReadPolicyFile(policyFile);
 
     xmlInitParser();
     const std::unique_ptr<xmlParserCtxt, void (*)(xmlParserCtxtPtr)> parser(xmlNewParserCtxt(),
@@ -192,28 +290,20 @@ TulPolicyAuthorizator::TulPolicyAuthorizator(const String& policyFile)
             continue;
         }
         const Place place{policyFile, xmlGetLineNo(child)};
-        if (Text(child->name) != "Grant")
+        const String name = Text(child->name);
+        if (name != "Grant" && name != "InternalGrant")
         {
-            place.Fail(String::Format("Unknown element '{0}'", Text(child->name)));
+            place.Fail(String::Format("Unknown element '{0}'", name));
         }
-        grants.push_back(ReadGrant(document.get(), child, place));
+        const bool internal = name == "InternalGrant";
+        (internal ? internalPolicy.grants : grants)
+            .push_back(ReadGrant(document.get(), child, place, internal, knownOperations));
     }
 }
 
 bool TulPolicyAuthorizator::IsAuthorized(const char* providerName, const char* serviceName,
                                          const char* methodName, const TulCallerIdentity& caller)
 {
-    return std::any_of(
-        grants.begin(), grants.end(),
-        [&](const Grant& grant)
-        {
-            const bool operation = std::any_of(grant.operations.begin(), grant.operations.end(),
-                                               [&](const String& name) { return Matches(name, methodName); });
-            const bool who =
-                std::find(grant.users.begin(), grant.users.end(), caller.uid) != grant.users.end() ||
-                std::find(grant.groups.begin(), grant.groups.end(), caller.gid) != grant.groups.end();
-            return operation && who && Matches(grant.provider, providerName) &&
-                   Matches(grant.service, serviceName);
-        });
+    return AnyGrants(grants, providerName, serviceName, methodName, caller);
 }
 }  // namespace Kiv::System::Tul

@@ -1,5 +1,6 @@
 #include "TulServer.h"
 
+#include "Authorize.h"
 #include "ServiceRegistry.h"
 #include "WireText.h"
 
@@ -15,6 +16,7 @@
 #include <cerrno>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <thread>
 
 #include <poll.h>
@@ -40,6 +42,9 @@ struct CachedStub
 };
 using Stubs = std::map<std::uint16_t, CachedStub>;
 
+/// Two names and their lengths; a larger resolve request is no request.
+constexpr std::size_t maxResolveBody = 4096;
+
 void WriteFailure(RemotingWriter& writer, std::exception_ptr error)
 {
     writer.Reset();
@@ -47,9 +52,9 @@ void WriteFailure(RemotingWriter& writer, std::exception_ptr error)
     TulExceptionRegistry::Write(writer, std::move(error));
 }
 
-ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles handles, Stubs& stubs)
+ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles handles,
+                         const std::optional<ServiceRegistry::Publication>& publication, Stubs& stubs)
 {
-    const auto publication = GetServiceRegistry().FindByHandles(handles);
     if (!publication || publication->providerName != providerName)
     {
         throw InvalidOperationException("Provider '{0}' has no service of handle {1}", providerName,
@@ -73,6 +78,7 @@ ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles ha
 /// Serves one request into `writer`. Every failure, of the request or of the operation, becomes the
 /// response; `header` gets the handles of a resolved service.
 void Handle(const String& providerName, const TulCallerIdentity& caller, FrameHeader& header,
+            const std::optional<ServiceRegistry::Publication>& publication,
             const std::vector<std::uint8_t>& body, RemotingWriter& writer, Stubs& stubs)
 {
     RemotingReader reader(body.data(), body.size());
@@ -98,7 +104,8 @@ void Handle(const String& providerName, const TulCallerIdentity& caller, FrameHe
         {
             throw CommunicationException("A frame of kind {0} is no request", static_cast<int>(header.kind));
         }
-        ITulServiceStub& stub = GetStub(providerName, {header.providerHandle, header.serviceHandle}, stubs);
+        ITulServiceStub& stub =
+            GetStub(providerName, {header.providerHandle, header.serviceHandle}, publication, stubs);
         TulServerContext context(reader, writer);
         {
             TulCallerIdentity::Scope scope(caller);
@@ -112,6 +119,57 @@ void Handle(const String& providerName, const TulCallerIdentity& caller, FrameHe
     catch (...)
     {
         WriteFailure(writer, std::current_exception());
+    }
+}
+bool IsTrustedUser(uid_t uid)
+{
+    return uid == 0 || uid == geteuid();
+}
+
+/// Whether `caller` may make the call of `header` to `publication`, by the header alone: guarded services
+/// ask the installed authorizator, the others (the system's internal ones) the internal authorizator,
+/// which needn't be asked for this process's user and root. A refusal is written as the response.
+bool MayInvoke(const ServiceRegistry::Publication& publication, const FrameHeader& header,
+               const TulCallerIdentity& caller, RemotingWriter& writer)
+{
+    const bool guarded = publication.factory->GetUsesSecurityStub();
+    if (!guarded && IsTrustedUser(caller.uid))
+    {
+        return true;
+    }
+    const char* name = publication.factory->GetOperationName(header.methodId);
+    const String operation = name != nullptr ? String(name) : String::Format("method {0}", header.methodId);
+    try
+    {
+        Authorize(guarded ? publication.authorizator : GetServiceRegistry().GetInternalAuthorizator(),
+                  publication.providerName.c_str(), publication.serviceName.c_str(), operation.c_str(),
+                  caller);
+        return true;
+    }
+    catch (...)
+    {
+        WriteFailure(writer, std::current_exception());
+        return false;
+    }
+}
+
+/// The supplementary groups of the peer of `fd`, as the kernel has them.
+std::vector<gid_t> GetPeerGroups(int fd)
+{
+    std::vector<gid_t> groups(32);
+    for (;;)
+    {
+        auto length = static_cast<socklen_t>(groups.size() * sizeof(gid_t));
+        if (getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length) == 0)
+        {
+            groups.resize(length / sizeof(gid_t));
+            return groups;
+        }
+        if (errno != ERANGE || length <= groups.size() * sizeof(gid_t))
+        {
+            return {};
+        }
+        groups.resize(length / sizeof(gid_t));
     }
 }
 }  // namespace
@@ -143,10 +201,10 @@ TulServer::~TulServer()
 
 void TulServer::AddEndpoint(const String& providerName)
 {
-    const String path = GetEndpointPath(settings, providerName);
-    const int fd = Listen(path, providerName);
+    String path;
+    const int fd = Listen(settings, providerName, path);
     struct stat status = {};
-    stat(path.c_str(), &status);
+    lstat(path.c_str(), &status);
     {
         std::lock_guard<std::mutex> lock(mutex);
         endpoints.push_back({providerName, path, fd, status.st_dev, status.st_ino});
@@ -203,6 +261,7 @@ void TulServer::AcceptLoop(void*)
         {
             connection->thread->Join();
             close(connection->fd);
+            Release(*connection);
         }
         watched.assign(1, pollfd{wakeFd, POLLIN, 0});
         for (const Endpoint& endpoint : watching)
@@ -253,10 +312,22 @@ void TulServer::Accept(const Endpoint& endpoint)
             close(fd);
             continue;
         }
+        const TulCallerIdentity caller{credentials.uid, credentials.gid, credentials.pid, GetPeerGroups(fd)};
+        String warning;
+        if (!Admit(caller, endpoint.providerName, warning))
+        {
+            close(fd);
+            if (!warning.empty())
+            {
+                Log(LogLevel::Warning, "{0}", warning);
+            }
+            continue;
+        }
         auto connection = std::make_unique<Connection>();
         connection->fd = fd;
         connection->providerName = endpoint.providerName;
-        connection->caller = {credentials.uid, credentials.gid, credentials.pid};
+        connection->caller = caller;
+        connection->bounded = !IsTrustedUser(caller.uid);
         Connection& serving = *connection;
         connection->thread = std::make_unique<Thread>([this, &serving](void*) { Serve(serving); }, nullptr,
                                                       ThreadSettings{"TulConn"});
@@ -267,11 +338,52 @@ void TulServer::Accept(const Endpoint& endpoint)
         catch (const Exception&)
         {
             close(fd);  // the caller sees the connection closed
+            Release(*connection);
             continue;
         }
         std::lock_guard<std::mutex> lock(mutex);
         connections.push_back(std::move(connection));
     }
+}
+
+bool TulServer::Admit(const TulCallerIdentity& caller, const String& providerName, String& warning)
+{
+    if (IsTrustedUser(caller.uid))
+    {
+        return true;
+    }
+    std::lock_guard<std::mutex> lock(mutex);
+    std::size_t& open = connectionsOfUid[caller.uid];
+    if (open < settings.maxConnectionsPerUid)
+    {
+        ++open;
+        return true;
+    }
+    if (warnedUids.insert(caller.uid).second)
+    {
+        warning = String::Format(
+            "Closed the connection of pid {0} (uid {1}) to provider '{2}': uid {1} holds {3} connections, "
+            "the "
+            "most for a user other than uid {4} and root; more are closed without a warning until it holds "
+            "fewer",
+            caller.pid, caller.uid, providerName, open, geteuid());
+    }
+    return false;
+}
+
+void TulServer::Release(const Connection& connection)
+{
+    if (!connection.bounded)
+    {
+        return;
+    }
+    std::lock_guard<std::mutex> lock(mutex);
+    const auto found = connectionsOfUid.find(connection.caller.uid);
+    if (found != connectionsOfUid.end() && --found->second == 0)
+    {
+        connectionsOfUid.erase(found);
+    }
+    warnedUids.erase(connection.caller.uid);
 }
 
 void TulServer::Serve(Connection& connection)
@@ -332,13 +444,36 @@ String TulServer::ServeRequests(Connection& connection)
                     "Request of {0} bytes exceeds the maximum frame size of {1} bytes of provider '{2}'",
                     header.frameSize, settings.maxFrameSize, connection.providerName)));
         }
+        else if (received == IoResult::Ok && header.kind == FrameKind::Resolve &&
+                 header.GetBodySize() > maxResolveBody)
+        {
+            return String::Format("a resolve request of {0} bytes arrived, more than any names take",
+                                  header.frameSize);
+        }
         else if (received == IoResult::Ok)
         {
-            body.resize(header.GetBodySize());
-            received = ReceiveBytes(connection.fd, body.data(), body.size(), deadline);
-            if (received == IoResult::Ok)
+            std::optional<ServiceRegistry::Publication> publication;
+            bool refused = false;
+            if (header.kind == FrameKind::Invoke)
             {
-                Handle(connection.providerName, connection.caller, header, body, writer, stubs);
+                publication =
+                    GetServiceRegistry().FindByHandles({header.providerHandle, header.serviceHandle});
+                if (publication && publication->providerName == connection.providerName &&
+                    !MayInvoke(*publication, header, connection.caller, writer))
+                {
+                    // Refused by the header: the body is read past, never kept, and the refusal answers.
+                    received = DiscardBytes(connection.fd, header.GetBodySize(), deadline);
+                    refused = true;
+                }
+            }
+            if (!refused)
+            {
+                received = ReceiveBody(connection.fd, body, header.GetBodySize(), deadline);
+                if (received == IoResult::Ok)
+                {
+                    Handle(connection.providerName, connection.caller, header, publication, body, writer,
+                           stubs);
+                }
             }
         }
         switch (received)
@@ -378,7 +513,7 @@ void TulServer::RemoveEndpoint(const Endpoint& endpoint) noexcept
 {
     // Only the file this server made: after a stale one was replaced, the path may be another process's.
     struct stat status = {};
-    if (stat(endpoint.path.c_str(), &status) == 0 && status.st_dev == endpoint.device &&
+    if (lstat(endpoint.path.c_str(), &status) == 0 && status.st_dev == endpoint.device &&
         status.st_ino == endpoint.inode)
     {
         unlink(endpoint.path.c_str());

@@ -15,6 +15,10 @@ ITulSerializable::~ITulSerializable() = default;
 ITulService::~ITulService() = default;
 ITulServiceStub::~ITulServiceStub() = default;
 ITulServiceFactory::~ITulServiceFactory() = default;
+const char* ITulServiceFactory::GetOperationName(unsigned short) const
+{
+    return nullptr;
+}
 ITulServiceProxy::~ITulServiceProxy() = default;
 ITulServiceProxyFactory::~ITulServiceProxyFactory() = default;
 ITulAuthorizator::~ITulAuthorizator() = default;

@@ -5,9 +5,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <thread>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -119,23 +122,131 @@ bool IsLive(const sockaddr_un& address)
     return live;
 }
 
-/// Creates the missing directories of `directory`; the last with mode 1777 when made here, since
-/// processes of other users must make their endpoints there too.
-void EnsureDirectory(const String& directory)
+String DescribeMode(mode_t mode)
+{
+    return fmt::format("{:04o}", mode & 07777);
+}
+
+/// The real path of `directory`: every link in it resolved, so that what was checked is what is used.
+/// Empty when it doesn't exist (errno tells).
+String RealPath(const String& directory)
+{
+    const std::unique_ptr<char, void (*)(void*)> real(realpath(directory.c_str(), nullptr), std::free);
+    return real != nullptr ? String(real.get()) : String();
+}
+
+/// Creates the missing directories of `directory`, the last with mode 0755 whatever the umask: other
+/// users may reach endpoints there but not create, rename or remove any. Each is made, and the last one's
+/// mode set, through a descriptor, so no link planted meanwhile is followed.
+void CreateDirectories(const String& directory)
 {
     for (std::size_t slash = directory.find('/', 1);; slash = directory.find('/', slash + 1))
     {
         const String prefix = directory.substr(0, slash);
         const bool last = slash == String::npos;
-        if (mkdir(prefix.c_str(), last ? 0777 : 0755) == 0 && last)
+        if (mkdir(prefix.c_str(), 0755) == 0 && last)
         {
-            chmod(prefix.c_str(), 01777);
+            const int fd = open(prefix.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            struct stat status = {};
+            if (fd >= 0 && fstat(fd, &status) == 0 && status.st_uid == geteuid())
+            {
+                fchmod(fd, 0755);
+            }
+            if (fd >= 0)
+            {
+                close(fd);
+            }
         }
         if (last)
         {
             return;
         }
     }
+}
+
+/// Creates `directory` if need be and returns its real path, after the checks of a directory that this
+/// process serves in: it and its parents belong to this user or root; it is writable by neither group nor
+/// others; a parent is writable by them only with the sticky bit (as /tmp), which keeps others from
+/// renaming it. Raises UnauthorizedAccessException naming the path, its owner and its mode.
+String PrepareServingDirectory(const String& directory)
+{
+    CreateDirectories(directory);
+    const String real = RealPath(directory);
+    if (real.empty())
+    {
+        throw CommunicationException("Cannot make the endpoint directory '{0}': {1}", directory,
+                                     std::strerror(errno));
+    }
+    const uid_t self = geteuid();
+    for (std::size_t slash = 0; slash != String::npos;)
+    {
+        slash = real.find('/', slash + 1);
+        const String prefix =
+            slash == String::npos ? real : String(real.substr(0, std::max<std::size_t>(slash, 1)));
+        struct stat status = {};
+        if (lstat(prefix.c_str(), &status) != 0)
+        {
+            throw CommunicationException("Cannot inspect the endpoint directory '{0}': {1}", prefix,
+                                         std::strerror(errno));
+        }
+        const bool last = slash == String::npos;
+        const bool othersWrite = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+        if (!S_ISDIR(status.st_mode) || (status.st_uid != self && status.st_uid != 0) ||
+            (othersWrite && (last || (status.st_mode & S_ISVTX) == 0)))
+        {
+            throw UnauthorizedAccessException(
+                "The endpoint directory '{0}' is unsafe: '{1}' belongs to uid {2} with mode {3}; it must "
+                "belong to uid {4} or root and be writable by neither group nor others{5}",
+                directory, prefix, status.st_uid, DescribeMode(status.st_mode), self,
+                last ? "" : " (unless sticky)");
+        }
+    }
+    return real;
+}
+
+/// Whether `uid` is one this process trusts to serve it.
+bool IsTrusted(uid_t uid, const TulSettings& settings)
+{
+    return uid == 0 || uid == geteuid() ||
+           (settings.systemUid != TulSettings::NoUid && uid == settings.systemUid);
+}
+
+String DescribeTrusted(const TulSettings& settings)
+{
+    String text = fmt::format("0 (root), {} (this process)", geteuid());
+    if (settings.systemUid != TulSettings::NoUid)
+    {
+        text += fmt::format(", {} (the system's)", settings.systemUid);
+    }
+    return text;
+}
+
+/// Binds `fd` to `path` with mode 0666 (whom a call is granted to is the authorizator's decision, on the
+/// caller's credentials, so every local user may connect). The mode can't be given to bind, and a chmod by
+/// path after it follows whatever link someone put there; so the socket is bound in a directory of its
+/// own that nobody else can enter, given its mode there, and linked into place, which never replaces a
+/// file. EEXIST from link leaves the decision about the file in the way to the caller.
+int BindPrivately(int fd, const String& path)
+{
+    const String directory = path.substr(0, path.rfind('/'));
+    std::string scratch = directory + "/.bind-XXXXXX";
+    if (mkdtemp(scratch.data()) == nullptr)
+    {
+        return -1;
+    }
+    const String temporary = scratch + "/s";
+    sockaddr_un address;
+    int result = -1;
+    if (MakeAddress(temporary, address) &&
+        bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    {
+        result = chmod(temporary.c_str(), 0666) == 0 ? link(temporary.c_str(), path.c_str()) : -1;
+    }
+    const int error = errno;
+    unlink(temporary.c_str());
+    rmdir(scratch.c_str());
+    errno = error;
+    return result;
 }
 }  // namespace
 
@@ -289,6 +400,23 @@ IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline)
     return IoResult::Ok;
 }
 
+IoResult ReceiveBody(int fd, std::vector<std::uint8_t>& body, std::size_t size, Clock::time_point deadline)
+{
+    constexpr std::size_t step = 64 * 1024;
+    body.clear();
+    while (body.size() < size)
+    {
+        const std::size_t have = body.size();
+        body.resize(have + std::min(step, size - have));
+        if (const IoResult received = ReceiveBytes(fd, body.data() + have, body.size() - have, deadline);
+            received != IoResult::Ok)
+        {
+            return received;
+        }
+    }
+    return IoResult::Ok;
+}
+
 String GetEndpointPath(const TulSettings& settings, const String& providerName)
 {
     String path = settings.endpointDirectory;
@@ -299,68 +427,117 @@ String GetEndpointPath(const TulSettings& settings, const String& providerName)
     return path + EncodeName(settings.systemName, false) + "." + EncodeName(providerName, true) + ".sock";
 }
 
-int Listen(const String& path, const String& providerName)
+int Listen(const TulSettings& settings, const String& providerName, String& path)
 {
+    const String requested = GetEndpointPath(settings, providerName);
     sockaddr_un address;
+    if (!MakeAddress(requested, address))
+    {
+        throw ArgumentException::Create(
+            "providerName", providerName,
+            String::Format("The endpoint path '{0}' is longer than a socket allows", requested));
+    }
+    path = PrepareServingDirectory(settings.endpointDirectory) + requested.substr(requested.rfind('/'));
     if (!MakeAddress(path, address))
     {
         throw ArgumentException::Create(
             "providerName", providerName,
             String::Format("The endpoint path '{0}' is longer than a socket allows", path));
     }
-    EnsureDirectory(path.substr(0, path.rfind('/')));
-    const int fd = NewSocket();
+    int fd = NewSocket();
     if (fd < 0)
     {
         throw CommunicationException("Cannot make a socket for provider '{0}': {1}", providerName,
                                      std::strerror(errno));
     }
-    const auto* raw = reinterpret_cast<const sockaddr*>(&address);
-    int bound = bind(fd, raw, sizeof address);
-    if (bound != 0 && errno == EADDRINUSE)
+    int bound = BindPrivately(fd, path);
+    if (bound != 0 && errno == EEXIST)
     {
-        if (IsLive(address))
+        // Left behind by a process that ended without removing it? Only a socket of this user that nobody
+        // accepts on goes; lstat, since a link there is somebody else's doing.
+        struct stat status = {};
+        const bool found = lstat(path.c_str(), &status) == 0;
+        if (found && S_ISSOCK(status.st_mode) && status.st_uid == geteuid() && IsLive(address))
         {
             close(fd);
             throw InvalidOperationException("Provider '{0}' is served by another process at '{1}'",
                                             providerName, path);
         }
-        unlink(path.c_str());  // left behind by a process that ended without removing it
-        bound = bind(fd, raw, sizeof address);
+        if (!found || !S_ISSOCK(status.st_mode) || status.st_uid != geteuid())
+        {
+            close(fd);
+            throw UnauthorizedAccessException(
+                "Cannot serve provider '{0}': '{1}' is in the way, {2} of uid {3} with mode {4}, and only a "
+                "stale socket of uid {5} is replaced",
+                providerName, path, found && S_ISSOCK(status.st_mode) ? "a socket" : "a file",
+                found ? status.st_uid : 0, DescribeMode(status.st_mode), geteuid());
+        }
+        unlink(path.c_str());
+        close(fd);  // bound already, in the private directory that is gone
+        fd = NewSocket();
+        bound = fd >= 0 ? BindPrivately(fd, path) : -1;
     }
-    // Who may call what is the authorizator's decision, on the caller's credentials, so every local user
-    // may connect.
-    if (bound != 0 || chmod(path.c_str(), 0666) != 0 || listen(fd, SOMAXCONN) != 0)
+    if (bound != 0 || listen(fd, SOMAXCONN) != 0)
     {
         const int error = errno;
-        close(fd);
+        if (fd >= 0)
+        {
+            close(fd);
+        }
         throw CommunicationException("Cannot serve provider '{0}' at '{1}': {2}", providerName, path,
                                      std::strerror(error));
     }
     return fd;
 }
 
-int Connect(const String& path, std::chrono::milliseconds wait)
+int Connect(const TulSettings& settings, const String& providerName)
 {
-    sockaddr_un address;
-    if (!MakeAddress(path, address))
-    {
-        return -1;
-    }
-    const auto deadline = Clock::now() + wait;
+    const String name = GetEndpointPath(settings, providerName);
+    const String file = name.substr(name.rfind('/'));
+    const auto deadline = Clock::now() + settings.connectWait;
     for (;;)
     {
-        const int fd = NewSocket();
-        if (fd < 0)
+        // Looked at on every try: the directory may come up after the first.
+        const String directory = RealPath(settings.endpointDirectory);
+        struct stat status = {};
+        sockaddr_un address;
+        int error = ENOENT;
+        if (!directory.empty() && lstat(directory.c_str(), &status) == 0)
         {
-            return -1;
+            if (!IsTrusted(status.st_uid, settings))
+            {
+                throw CommunicationException(
+                    "The endpoint '{0}' is in a directory of uid {1}, which this process doesn't trust; "
+                    "trusted are uids {2}",
+                    directory + file, status.st_uid, DescribeTrusted(settings));
+            }
+            if (!MakeAddress(directory + file, address))
+            {
+                return -1;
+            }
+            const int fd = NewSocket();
+            if (fd < 0)
+            {
+                return -1;
+            }
+            if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+            {
+                ucred peer{};
+                socklen_t length = sizeof peer;
+                if (getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 ||
+                    !IsTrusted(peer.uid, settings))
+                {
+                    close(fd);
+                    throw CommunicationException(
+                        "The endpoint '{0}' is served by pid {1} of uid {2}, which this process doesn't "
+                        "trust; trusted are uids {3}",
+                        directory + file, peer.pid, peer.uid, DescribeTrusted(settings));
+                }
+                return fd;
+            }
+            error = errno;
+            close(fd);
         }
-        if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-        {
-            return fd;
-        }
-        const int error = errno;
-        close(fd);
         const bool mayComeUp = error == ENOENT || error == ECONNREFUSED || error == EAGAIN;
         const auto now = Clock::now();
         if (!mayComeUp || now >= deadline)
@@ -371,3 +548,21 @@ int Connect(const String& path, std::chrono::milliseconds wait)
     }
 }
 }  // namespace Kiv::System::Tul::Internal
+
+namespace Kiv::System::Tul
+{
+String GetDefaultEndpointDirectory()
+{
+    const uid_t self = geteuid();
+    if (self == 0)
+    {
+        return "/run/kiv-tul";
+    }
+    const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && runtime[0] == '/')
+    {
+        return String(runtime) + "/kiv-tul";
+    }
+    return fmt::format("/tmp/kiv-tul-{}", self);
+}
+}  // namespace Kiv::System::Tul

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 namespace Kiv::System::Tul::Internal
 {
@@ -67,16 +68,25 @@ IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline);
 IoResult ReceiveBytes(int fd, void* data, std::size_t size, Clock::time_point deadline);
 IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline);
 
+/// Receives a body of `size` bytes into `body`, which grows with the bytes that arrive rather than with
+/// the announced size, so that a peer can't make this process allocate what it never sends.
+IoResult ReceiveBody(int fd, std::vector<std::uint8_t>& body, std::size_t size, Clock::time_point deadline);
+
 /// The endpoint of `providerName` in the system of `settings` (see TulSettings::endpointDirectory).
 String GetEndpointPath(const TulSettings& settings, const String& providerName);
 
-/// Binds and listens at `path`, replacing a stale endpoint that no process accepts on. Returns the
-/// non-blocking listening socket. Raises ArgumentException for a path too long for a socket,
-/// InvalidOperationException when a live process listens there, CommunicationException for other
-/// failures.
-int Listen(const String& path, const String& providerName);
+/// Binds and listens at the endpoint of `providerName`, in the endpoint directory of `settings`, which is
+/// created or checked first (see TulSettings::endpointDirectory). A stale endpoint is replaced only when
+/// it is a socket of this process's user that no process accepts on. `path` gets the endpoint's path
+/// (in the directory's real path). Returns the non-blocking listening socket. Raises ArgumentException
+/// for a path too long for a socket, InvalidOperationException when a live process listens there,
+/// UnauthorizedAccessException for a directory or file that isn't this user's to use, and
+/// CommunicationException for other failures.
+int Listen(const TulSettings& settings, const String& providerName, String& path);
 
-/// Connects to `path`, trying again while it doesn't exist or refuses until `wait` has passed. Returns
-/// the non-blocking socket, or -1.
-int Connect(const String& path, std::chrono::milliseconds wait);
+/// Connects to the endpoint of `providerName`, trying again while it doesn't exist or refuses until
+/// `settings.connectWait` has passed. Returns the non-blocking socket, or -1. Raises
+/// CommunicationException, naming the endpoint and the uids, when the endpoint's directory or its serving
+/// process belongs to a user that this process does not trust (see TulSettings::systemUid).
+int Connect(const TulSettings& settings, const String& providerName);
 }  // namespace Kiv::System::Tul::Internal

@@ -143,10 +143,10 @@ std::string RoundTrip(const std::function<void()>& raise)
 
 const std::string policyPath = "/tmp/kiv-tul-policy-" + std::to_string(getpid()) + ".xml";
 
-TulPolicyAuthorizator ReadPolicy(const std::string& content)
+TulPolicyAuthorizator ReadPolicy(const std::string& content, const std::vector<Kiv::String>& operations = {})
 {
     std::ofstream(policyPath) << content;
-    return TulPolicyAuthorizator(policyPath);
+    return TulPolicyAuthorizator(policyPath, operations);
 }
 
 /// Each test starts from nothing and leaves the settings it found.
@@ -327,12 +327,41 @@ TEST_F(TulAuthorizatorTest, PolicyGrantsOperationsToUsersAndGroupsByIdOrNameAndR
         {"<TulPolicy><Grant operations='A'/></TulPolicy>",
          "(1): A 'Grant' needs the attribute 'users' or 'groups'"},
         {"<TulPolicy><Grant operations='A' users='no-such-user-kiv'/></TulPolicy>",
-         "(1): Unknown user 'no-such-user-kiv'"}};
+         "(1): Unknown user 'no-such-user-kiv'"},
+        {"<TulPolicy><InternalGrant operations='*' users='0'/></TulPolicy>",
+         "(1): An 'InternalGrant' grants all operations and takes no attribute 'operations'"},
+        // Ids that would mean someone else, or abort the reader.
+        {"<TulPolicy>\n<Grant operations='A' users='4294968297'/></TulPolicy>",
+         "(2): Invalid user id '4294968297': an id is a number from 0 to 4294967294"},
+        {"<TulPolicy><Grant operations='A' users='99999999999999999999'/></TulPolicy>",
+         "(1): Invalid user id '99999999999999999999': an id is a number from 0 to 4294967294"},
+        {"<TulPolicy><Grant operations='A' groups='4294967295'/></TulPolicy>",
+         "(1): Invalid group id '4294967295': an id is a number from 0 to 4294967294"},
+        {"<TulPolicy><Grant operations='A' users='1000x'/></TulPolicy>",
+         "(1): Invalid user id '1000x': an id is a number from 0 to 4294967294"},
+        {"<TulPolicy><Grant operations='A Sned' users='0'/></TulPolicy>", "(1): Unknown operation 'Sned'"}};
     for (const auto& [content, message] : mistakes)
     {
-        EXPECT_THAT([&] { ReadPolicy(content); }, ThrowsMessage<Kiv::XmlException>(policyPath + message));
+        EXPECT_THAT(
+            [&] {
+                ReadPolicy(content, {"A", "Send"});
+            },
+            ThrowsMessage<Kiv::XmlException>(policyPath + message));
     }
     EXPECT_THROW(TulPolicyAuthorizator("/nonexistent/policy.xml"), Kiv::XmlException);
+    EXPECT_THAT([] { TulPolicyAuthorizator("/tmp"); },
+                ThrowsMessage<Kiv::XmlException>("/tmp(0): The policy file is not a regular file"));
+
+    // Internal services: this process's user and root always, and whom an InternalGrant names, also by a
+    // supplementary group; the public service's grants are another matter.
+    auto internal = ReadPolicy("<TulPolicy><InternalGrant users='4000' groups='5000'/></TulPolicy>");
+    ITulAuthorizator& guard = internal.GetInternalAuthorizator();
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {geteuid(), 1, 1}));
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {0, 1, 1}));
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {4000, 1, 1}));
+    EXPECT_TRUE(guard.IsAuthorized("Kiv", "S", "M", {4001, 1, 1, {7, 5000}}));
+    EXPECT_FALSE(guard.IsAuthorized("Kiv", "S", "M", {4001, 1, 1, {7}}));
+    EXPECT_FALSE(internal.IsAuthorized("Kiv", "S", "M", {4000, 1, 1}));
 }
 
 TEST(TulExceptionRegistryTest, FailureReportRebuildsClassMessageAndInnerOnesAndRefusesAMalformedOne)

@@ -24,6 +24,9 @@ public:
     virtual ITulService* CreateServiceImpl(const char* providerName, ITulAuthorizator* authorizator) = 0;
     /// A new stub that owns a service object made as by CreateServiceImpl.
     virtual ITulServiceStub* CreateServiceStub(const char* providerName, ITulAuthorizator* authorizator) = 0;
+    /// The name of the operation of `methodId`, as an authorizator sees it; null when unknown, which is
+    /// all this default knows. The server checks a call against it before it reads the call's arguments.
+    virtual const char* GetOperationName(unsigned short methodId) const;
 
 protected:
     ITulServiceFactory() = default;

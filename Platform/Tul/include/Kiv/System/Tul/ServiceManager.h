@@ -21,9 +21,9 @@ public:
     ServiceManager() = delete;
 
     /// Sets how this process meets others. Raises ArgumentException for an empty system name or endpoint
-    /// directory, a negative wait or limit, or a maximum frame size below 64 bytes, and
-    /// InvalidOperationException while endpoints or connections are open (before the first PublishService
-    /// or remote GetService, or after Shutdown, it works).
+    /// directory, a negative wait or limit, or a maximum frame size below 64 bytes or a connection bound of
+    /// 0, and InvalidOperationException while endpoints or connections are open (before the first
+    /// PublishService or remote GetService, or after Shutdown, it works).
     static void Configure(const TulSettings& settings);
     static TulSettings GetSettings();
     /// TulSettings::maxPayloadMemory of the settings in force, without a lock: readers of every message
@@ -51,12 +51,19 @@ public:
     /// TulServiceAuthorizator). Not owned. Returns the one installed before.
     static ITulAuthorizator* SetAuthorizator(ITulAuthorizator* authorizator) noexcept;
 
+    /// Installs the policy for calls from other processes to services without a security stub (the
+    /// system's internal services); null for the default one, TulDefaultAuthorizator. Callers running as
+    /// this process's user or as root are always granted, without asking it. A refused call is answered
+    /// with UnauthorizedAccessException "Access denied to '{operation}' ..." by its header: its body is
+    /// read past, never kept. Not owned; Reset forgets it. Returns the one installed before.
+    static ITulAuthorizator* SetInternalAuthorizator(ITulAuthorizator* authorizator) noexcept;
+
     /// The host's last call: withdraws every publication, stops the server threads, closes every
     /// connection and removes this process's endpoints. Proxies still held fail from now on with
     /// CommunicationException. Settings and authorizator stay, so a new setup can follow.
     static void Shutdown() noexcept;
 
-    /// Shutdown, and forgets the authorizator, so that a test starts from nothing.
+    /// Shutdown, and forgets both authorizators, so that a test starts from nothing.
     static void Reset() noexcept;
 };
 }  // namespace Kiv::System::Tul

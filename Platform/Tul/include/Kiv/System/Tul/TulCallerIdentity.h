@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <vector>
+
 namespace Kiv::System::Tul
 {
 /// Who makes the call that the current thread serves: the effective user and group and the process.
@@ -12,6 +14,11 @@ struct KIV_API TulCallerIdentity
     uid_t uid = 0;
     gid_t gid = 0;
     pid_t pid = 0;
+    /// The supplementary groups, as the kernel reported them for the connection (SO_PEERGROUPS).
+    std::vector<gid_t> groups;
+
+    /// Whether `group` is the primary or a supplementary group.
+    bool IsInGroup(gid_t group) const noexcept;
 
     /// This process, with its effective user and group.
     static TulCallerIdentity GetProcessIdentity() noexcept;
