@@ -42,6 +42,10 @@ private:
     // The setup generation in the high half, the id in the low. Racing first uses get the same id from
     // the broker and store the same value, so a plain relaxed store will do.
     static inline std::atomic<std::uint64_t> cachedPayloadTypeId{0};
+    // Read on every send, also from time-critical code: a 32-bit core must do it without a hidden lock
+    // (ARMv7 does, with its doubleword exclusives).
+    static_assert(std::atomic<std::uint64_t>::is_always_lock_free,
+                  "the cached id needs a lock-free 64-bit atomic");
 };
 }  // namespace Kiv::System::Nm
 

@@ -48,8 +48,9 @@ protected:
     std::string Tool(const std::vector<std::string>& args, bool asNobody = false)
     {
         std::string command =
-            std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") + KIVNM_CLI +
-            " --system '" + system + "' --endpoints '" + directory + "'";
+            std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") +
+            Kiv::Testing::EmulatorPrefix() + KIVNM_CLI + " --system '" + system + "' --endpoints '" +
+            directory + "'";
         for (const auto& arg : args)
         {
             command += " '" + arg + "'";
