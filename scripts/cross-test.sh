@@ -47,5 +47,5 @@ tests=$(grep -c '<testcase ' "$junit" || true)
 failed=$(grep -c 'status="fail"' "$junit" || true)
 skipped=$(grep -c 'status="notrun"' "$junit" || true)
 echo "== $target: $tests tests run under emulation; $((tests - failed - skipped)) passed, $failed failed, $skipped skipped"
-echo "== time: native programs $((native_done - start)) s (with the packages), cross build $((built - native_done)) s, tests $((tested - built)) s, in all $((tested - start)) s"
+echo "== time: packages and native programs $((native_done - start)) s, cross build $((built - native_done)) s, tests $((tested - built)) s, in all $((tested - start)) s"
 exit $status

@@ -148,15 +148,15 @@ TEST(NotificationTest, SerializeCallsTheWriterInTheFixedOrder)
 TEST(NotificationTest, EveryReadableCodeRoundTripsAndAliasesComeBackPlain)
 {
     const std::string longest(511, 'z');
-    std::vector<Variant> sent({Variant(TulType::Void), Variant(false), Variant(std::int8_t{-8}),
-                               Variant(std::uint8_t{200}), Variant(std::int16_t{-300}),
-                               Variant(std::uint16_t{60000}), Variant(std::int32_t{-70000}),
-                               Variant(std::uint32_t{4000000000u}), Variant(std::int64_t{-5000000000}),
-                               Variant(std::uint64_t{18000000000000000000u})});
-    sent.insert(sent.end(), {Variant(0.25f), Variant(-2.5), Variant(longest.c_str()), Raw(36, "thirty-six"),
-                             Variant(DateTime(5, DateTimeKind::Local)), Variant(""), Raw(41, -41),
-                             Raw(42, std::int64_t{-42}), Raw(44, std::int64_t{44}), Raw(46, std::int64_t{46}),
-                             Raw(48, std::int64_t{48})});
+    std::vector<Variant> sent(
+        {Variant(TulType::Void), Variant(false), Variant(std::int8_t{-8}), Variant(std::uint8_t{200}),
+         Variant(std::int16_t{-300}), Variant(std::uint16_t{60000}), Variant(std::int32_t{-70000}),
+         Variant(std::uint32_t{4000000000u}), Variant(std::int64_t{-5000000000}),
+         Variant(std::uint64_t{18000000000000000000u}),
+         // One list: GCC 12 for 32-bit ARM sees a false out-of-bounds in insert().
+         Variant(0.25f), Variant(-2.5), Variant(longest.c_str()), Raw(36, "thirty-six"),
+         Variant(DateTime(5, DateTimeKind::Local)), Variant(""), Raw(41, -41), Raw(42, std::int64_t{-42}),
+         Raw(44, std::int64_t{44}), Raw(46, std::int64_t{46}), Raw(48, std::int64_t{48})});
     const Notification received = Read(Write(Make(sent)));
     EXPECT_EQ(received.GetId(), NotificationId(0x1122334455667788));
     EXPECT_EQ(received.GetNotificationNameId(), NotificationNameId(0xA0B0C0D0));

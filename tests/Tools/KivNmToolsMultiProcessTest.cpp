@@ -173,8 +173,10 @@ TEST_F(KivNmToolsTest, TheBrokersProcessClosesRogueConnectionsWithAWarningAndSer
     const std::string endpoint = directory + "/" + system + ".Kiv.sock";
     ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
         "/bin/sh",
-        std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST + " --name Main --broker --system " +
-                                           system + " --endpoints " + directory + " 2>" + log}));
+        std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
+                                           " --name Main --broker --system " + system + " --endpoints " +
+                                           directory + " 2>" + log},
+        std::nullopt, false, true));
     ASSERT_EQ(host.ReadLine(), "ready");
     auto served = [&]
     {
