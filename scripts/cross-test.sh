@@ -35,6 +35,10 @@ junit="build/$target/cross-test.xml"
 status=0
 ctest --preset "$target" -j "$jobs" --output-junit "$PWD/$junit" "$@" || status=$?
 tested=$(date +%s)
+if [ ! -f "$junit" ]; then
+  echo "cross-test: ctest wrote no report ($junit)" >&2
+  exit $((status != 0 ? status : 1))
+fi
 
 # The skipped tests with the reason each gave.
 echo "== skipped under emulation:"
