@@ -1,5 +1,6 @@
 #include "Host/ServiceReadiness.h"
 
+#include <cstring>
 #include <iostream>
 
 // systemd's own implementation of its notification protocol: it knows the socket forms (abstract names,
@@ -18,7 +19,7 @@ void Notify(const std::string& state)
     const int result = sd_notify(0, state.c_str());
     if (result < 0)
     {
-        std::cerr << "kivnm-host: could not notify the service manager (error " << -result << ")\n";
+        std::cerr << "kivnm-host: could not notify the service manager: " << std::strerror(-result) << "\n";
     }
 }
 }  // namespace
