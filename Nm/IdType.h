@@ -56,6 +56,11 @@ using NotificationId = IdType<std::uint64_t, NotificationIdTag>;
 using PayloadTypeId = IdType<std::uint16_t, PayloadTypeIdTag>;
 using NotificationDispatcherId = IdType<std::uint16_t, NotificationDispatcherIdTag>;
 
+// The widths are those of the wire and of the other processes, whatever the machine's word size.
+static_assert(sizeof(NotificationNameId) == 4 && sizeof(NotificationId) == 8 && sizeof(PayloadTypeId) == 2 &&
+                  sizeof(NotificationDispatcherId) == 2,
+              "an id is exactly as wide as its raw value");
+
 /// Ids cross the wire as plain numbers; these convert at the boundary, keeping the order.
 template <class IdT>
 std::vector<IdT> ConvertRawIdsToIdTypes(const std::vector<typename IdT::type>& rawIds)

@@ -43,6 +43,8 @@ private:
     // first uses get the same id from the broker and store the same value; the relaxed atomic costs what
     // a plain variable does and keeps that benign race visible as such to the thread checkers.
     static inline std::atomic<std::uint16_t> cachedPayloadTypeId{0};
+    // Read on every send, also from time-critical code: no core of ours may need a hidden lock for it.
+    static_assert(std::atomic<std::uint16_t>::is_always_lock_free, "the cached id needs a lock-free atomic");
 };
 }  // namespace Kiv::System::Nm
 

@@ -169,6 +169,11 @@ private:
     alignas(8) mutable unsigned char data[Size] = {};
     TulType type = TulType::Unset;
 };
+
+// A 64-bit value stands aligned at the start of the area on a 32-bit machine too, and the payload's fields
+// have the same size on every machine of a system.
+static_assert(sizeof(TulVariant<512>) == 520 && alignof(TulVariant<512>) == 8,
+              "a value area of 512 bytes, 8-aligned, then the one-byte code");
 }  // namespace Kiv::System::Nm
 
 #include <Nm/TulVariant.inl>

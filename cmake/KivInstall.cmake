@@ -1,5 +1,7 @@
 # Installs the three libraries, their public headers, a CMake package (find_package(KivNm CONFIG)) with
-# the imported targets KivNm::Commons, KivNm::Tul and KivNm::Nm, and a pkg-config file kiv-nm.pc.
+# the imported targets KivNm::Commons, KivNm::Tul and KivNm::Nm, and a pkg-config file kiv-nm.pc. The
+# components are the packages of cmake/KivPackaging.cmake: Runtime (the libraries), Development (the
+# rest of this file) and Tools (tools/).
 include(CMakePackageConfigHelpers)
 
 set(KIV_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/KivNm)
@@ -12,14 +14,14 @@ set_target_properties(KivCommons KivTul KivNm PROPERTIES INSTALL_RPATH "$ORIGIN"
 
 install(TARGETS KivCommons KivTul KivNm
         EXPORT KivNmTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development)
 if(TARGET KivNmTracepointProvider)
   # Loaded by a process that is to be traced (LD_PRELOAD), never linked, so not part of the package.
-  install(TARGETS KivNmTracepointProvider LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  install(TARGETS KivNmTracepointProvider LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime)
 endif()
 
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Platform/Commons/include/ ${PROJECT_SOURCE_DIR}/Platform/Tul/include/
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)
 
 # Of Nm/, the user-facing headers and the public service; of Nm/Internal/, only the setup a hosting process
 # calls and the settings it takes. The rest of Nm/Internal/ and Nm/Services/Internal/ stays private.
@@ -34,10 +36,10 @@ list(APPEND KIV_NM_PUBLIC_HEADERS
 foreach(header IN LISTS KIV_NM_PUBLIC_HEADERS)
   file(RELATIVE_PATH relative ${PROJECT_SOURCE_DIR} ${header})
   get_filename_component(directory ${relative} DIRECTORY)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${directory})
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${directory} COMPONENT Development)
 endforeach()
 
-install(EXPORT KivNmTargets NAMESPACE KivNm:: DESTINATION ${KIV_INSTALL_CMAKEDIR})
+install(EXPORT KivNmTargets NAMESPACE KivNm:: DESTINATION ${KIV_INSTALL_CMAKEDIR} COMPONENT Development)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KivNmConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/KivNmConfig.cmake
                               INSTALL_DESTINATION ${KIV_INSTALL_CMAKEDIR})
@@ -45,10 +47,10 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/KivNmConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/KivNmConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/KivNmConfig.cmake ${PROJECT_BINARY_DIR}/KivNmConfigVersion.cmake
-        DESTINATION ${KIV_INSTALL_CMAKEDIR})
+        DESTINATION ${KIV_INSTALL_CMAKEDIR} COMPONENT Development)
 
 # spdlog and libxml2 are linked into the shared libraries and appear in no public header.
 file(RELATIVE_PATH KIV_PC_PREFIX_FROM_PCFILEDIR /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
 string(REGEX REPLACE "/$" "" KIV_PC_PREFIX_FROM_PCFILEDIR ${KIV_PC_PREFIX_FROM_PCFILEDIR})
 configure_file(${CMAKE_CURRENT_LIST_DIR}/kiv-nm.pc.in ${PROJECT_BINARY_DIR}/kiv-nm.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/kiv-nm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/kiv-nm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)

@@ -48,8 +48,9 @@ protected:
     std::string Tool(const std::vector<std::string>& args, bool asNobody = false)
     {
         std::string command =
-            std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") + KIVNM_CLI +
-            " --system '" + system + "' --endpoints '" + directory + "'";
+            std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") +
+            Kiv::Testing::EmulatorPrefix() + KIVNM_CLI + " --system '" + system + "' --endpoints '" +
+            directory + "'";
         for (const auto& arg : args)
         {
             command += " '" + arg + "'";
@@ -172,8 +173,10 @@ TEST_F(KivNmToolsTest, TheBrokersProcessClosesRogueConnectionsWithAWarningAndSer
     const std::string endpoint = directory + "/" + system + ".Kiv.sock";
     ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
         "/bin/sh",
-        std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST + " --name Main --broker --system " +
-                                           system + " --endpoints " + directory + " 2>" + log}));
+        std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
+                                           " --name Main --broker --system " + system + " --endpoints " +
+                                           directory + " 2>" + log},
+        std::nullopt, false, true));
     ASSERT_EQ(host.ReadLine(), "ready");
     auto served = [&]
     {

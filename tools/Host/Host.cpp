@@ -4,6 +4,7 @@
 // to stderr, and disposes cleanly on SIGINT or SIGTERM.
 
 #include "Common/ProcessOptions.h"
+#include "Host/ServiceReadiness.h"
 
 #include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/Services/NotificationManagerServiceFactory.h>
@@ -152,6 +153,7 @@ int main(int argc, char** argv)
         return 1;
     }
     std::cout << "ready" << std::endl;
+    KivTools::NotifyReady(options.broker ? "set up, not dispatching yet" : "set up");
 
     const auto setUp = std::chrono::steady_clock::now();
     bool started = !options.broker;
@@ -174,9 +176,11 @@ int main(int argc, char** argv)
             NotificationManagerSetup::StartDispatching();
             started = true;
             std::cout << "dispatching" << std::endl;
+            KivTools::NotifyStatus("dispatching");
         }
     }
 
+    KivTools::NotifyStopping();
     NotificationManagerSetup::Dispose();
     Kiv::System::Commons::AppDomain::Dispose();
     Kiv::System::Tul::ServiceManager::Shutdown();

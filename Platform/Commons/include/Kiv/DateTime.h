@@ -4,6 +4,7 @@
 #include <Kiv/Export.h>
 
 #include <cstdint>
+#include <type_traits>
 
 namespace Kiv
 {
@@ -54,4 +55,8 @@ public:
 private:
     std::uint64_t value = 0;
 };
+
+// Copied byte for byte into a variant and onto the wire: 64 bits on every machine, whatever time_t is.
+static_assert(sizeof(DateTime) == 8 && std::is_trivially_copyable_v<DateTime>,
+              "a DateTime is one 64-bit word");
 }  // namespace Kiv

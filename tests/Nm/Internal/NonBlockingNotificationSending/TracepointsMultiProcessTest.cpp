@@ -55,6 +55,11 @@ class TracepointsTest : public ::testing::Test
 protected:
     void SetUp() override
     {
+        if (Kiv::Testing::IsEmulated())
+        {
+            GTEST_SKIP()
+                << "the LTTng session daemon of this machine cannot trace a program under an emulator";
+        }
         if (Shell("command -v lttng && command -v lttng-sessiond && command -v babeltrace2").first != 0)
         {
             GTEST_SKIP() << "lttng, lttng-sessiond or babeltrace2 is not installed";

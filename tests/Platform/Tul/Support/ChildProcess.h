@@ -3,6 +3,8 @@
 // A helper process of a multi-process test: started by fork and exec, with its standard output on a
 // pipe, and always killed and reaped when the object goes.
 
+#include "Support/Emulator.h"
+
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -20,14 +22,21 @@
 class ChildProcess
 {
 public:
-    /// Runs `path` with `arguments`; as user and group `uid` when given; with its standard input on a
-    /// pipe for WriteLine when `withInput`, else with this process's.
+    /// Runs `path` with `arguments`, under the build's emulator if any unless `ofThisMachine`; as user and
+    /// group `uid` when given; with its standard input on a pipe for WriteLine when `withInput`, else with
+    /// this process's.
     ChildProcess(const std::string& path, const std::vector<std::string>& arguments,
-                 std::optional<uid_t> uid = std::nullopt, bool withInput = false)
+                 std::optional<uid_t> uid = std::nullopt, bool withInput = false, bool ofThisMachine = false)
+        : emulator(ofThisMachine ? std::vector<std::string>{} : Kiv::Testing::EmulatorCommand())
     {
         // Everything the child needs is made before fork: after it, this process's other threads may hold
         // locks that the child would wait for.
-        std::vector<char*> argv{const_cast<char*>(path.c_str())};
+        std::vector<char*> argv;
+        for (const std::string& word : emulator)
+        {
+            argv.push_back(const_cast<char*>(word.c_str()));
+        }
+        argv.push_back(const_cast<char*>(path.c_str()));
         for (const std::string& argument : arguments)
         {
             argv.push_back(const_cast<char*>(argument.c_str()));
@@ -112,6 +121,7 @@ public:
     }
 
 private:
+    std::vector<std::string> emulator;
     pid_t pid = -1;
     int input = -1;
     int output = -1;
