@@ -91,6 +91,8 @@ NotificationManager::NotificationManager(unsigned int queueLength)
 NotificationManager::~NotificationManager()
 {
     AppDomainSingleton<NotificationDispatcher>::DisposeInstance();
+    // The worker sends through this object: it ends while the implementation is still there.
+    impl->proxy.Stop();
     impl.reset();
 }
 
