@@ -86,15 +86,23 @@ NotificationDispatcherManager::~NotificationDispatcherManager() = default;
 
 NotificationDispatcherId NotificationDispatcherManager::RegisterDispatcher(const String& dispatcherName)
 {
-    return dispatchers.Add(dispatcherName, GetNotificationDispatcherService(dispatcherName));
+    return Fresh(dispatchers.Add(dispatcherName, GetNotificationDispatcherService(dispatcherName)));
+}
+
+NotificationDispatcherId NotificationDispatcherManager::Fresh(NotificationDispatcherId id)
+{
+    // An id given again may still have rows of a dispatcher that left with subscribers; they aren't the
+    // new one's. (A new id has none: the lookup is the price.)
+    dispatchTable.RemoveAll(id);
+    return id;
 }
 
 NotificationDispatcherId NotificationDispatcherManager::RegisterDispatcher(const String& dispatcherName,
                                                                            pid_t pid)
 {
-    return dispatchers.Add(dispatcherName,
-                           std::make_shared<RefetchingDispatcherService>(
-                               dispatcherName, pid, GetNotificationDispatcherService(dispatcherName)));
+    return Fresh(dispatchers.Add(dispatcherName,
+                                 std::make_shared<RefetchingDispatcherService>(
+                                     dispatcherName, pid, GetNotificationDispatcherService(dispatcherName))));
 }
 
 std::size_t NotificationDispatcherManager::RemoveDispatcher(NotificationDispatcherId dispatcherId)

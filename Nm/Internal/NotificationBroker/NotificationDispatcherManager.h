@@ -46,6 +46,8 @@ public:
     GetNotificationDispatcherService(const String& dispatcherName);
 
 private:
+    NotificationDispatcherId Fresh(NotificationDispatcherId id);
+
     NotificationDispatcherRepository dispatchers;
     NotificationDispatchingRepository dispatchTable;
 };
