@@ -303,9 +303,13 @@ TEST_F(KivNmToolsTest, StoppingWithTheBrokersQueueFullEndsEveryProgramWithoutACr
     const std::string settings = directory + "/small.xml";
     std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"2\"/>"
                                "</NotificationManagerSettingsDocument>";
-    ChildProcess& host = Start(KIVNM_HOST, {"--name", "Main", "--broker", "--start-on-signal", "--settings",
-                                            settings, "--stop-limit", "2"});
-    ASSERT_EQ(host.ReadLine(), "ready");
+    ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
+        "/bin/sh", std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST +
+                                                      " --name Main --broker --start-on-signal --stop-limit 2"
+                                                      " --settings " +
+                                                      settings + " --system " + system + " --endpoints " +
+                                                      directory + " 2>&1"}));
+    ASSERT_EQ(NextLine(host, [](const std::string& line) { return line == "ready"; }), "ready");
     ChildProcess& sensor = Start(DEMO_SENSOR, {"--period-ms", "10"});
     ASSERT_EQ(sensor.ReadLine(), "sensor ready");
     for (int i = 0; i < 300 && Json::parse(Tool({"--json", "stats"}))["submitted"].get<int>() < 2; ++i)
@@ -313,7 +317,17 @@ TEST_F(KivNmToolsTest, StoppingWithTheBrokersQueueFullEndsEveryProgramWithoutACr
         usleep(10 * 1000);
     }
     EXPECT_EQ(ExitCode(sensor.Stop(SIGINT)), 0);
-    EXPECT_EQ(ExitCode(host.Stop(SIGTERM)), 0);
+    // The broker's thread never ran: its stop may wait for room in the full queue for good, and then the
+    // host gives up after its stop limit, saying so.
+    kill(host.GetPid(), SIGTERM);
+    const std::string last =
+        NextLine(host, [](const std::string& line)
+                 { return line == "stopped" || line.find("stopping took") != std::string::npos; });
+    const int code = ExitCode(host.Stop(0));
+    EXPECT_TRUE((last == "stopped" && code == 0) ||
+                (last.find("the notifications still queued or in retry are dropped") != std::string::npos &&
+                 code == 1))
+        << last << " " << code;
 
     std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"-1\"/>"
                                "</NotificationManagerSettingsDocument>";
