@@ -24,8 +24,8 @@ public:
     /// Stops the thread; departures after this are not reported.
     ~DepartureWatcher();
 
-    /// Starts watching `pid`, unless it is watched already. False if the kernel can't watch it (the
-    /// process is gone already, or pidfds are not supported).
+    /// Starts watching `pid`, unless it is watched already. False if the kernel can't watch it, with errno
+    /// telling why: ESRCH when the process is gone already, else pidfds are not to be had.
     bool Watch(pid_t pid);
     /// Stops watching `pid`, a process that has nothing left to remove.
     void Forget(pid_t pid);

@@ -17,6 +17,7 @@
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 
+#include <cerrno>
 #include <memory>
 
 #include <unistd.h>
@@ -231,7 +232,20 @@ void NotificationBroker::NoteHolding(const String& processName, NotificationDisp
     {
         return;
     }
-    std::lock_guard<std::mutex> lock(holdingsMutex);
+    {
+        std::lock_guard<std::mutex> lock(holdingsMutex);
+        if (NoteHoldingOf(pid, processName, dispatcherId, registration))
+        {
+            return;
+        }
+    }
+    // It ended while its call was served: what it just made goes at once.
+    OnProcessDeparted(pid);
+}
+
+bool NotificationBroker::NoteHoldingOf(pid_t pid, const String& processName,
+                                       NotificationDispatcherId dispatcherId, NotificationNameId registration)
+{
     Holdings& held = holdings[pid];
     // A dispatcher's name is its process's; a sender's name stands in until the dispatcher registers.
     if (dispatcherId != NotificationDispatcherId(0) || held.processName.empty())
@@ -246,12 +260,17 @@ void NotificationBroker::NoteHolding(const String& processName, NotificationDisp
     {
         held.registrations.insert(registration);
     }
-    if (!departures.Watch(pid))
+    if (departures.Watch(pid))
     {
-        // Gone already, or not to be watched: what it holds now stays, as it did before processes were
-        // watched.
-        holdings.erase(pid);
+        return true;
     }
+    if (errno == ESRCH)
+    {
+        return false;
+    }
+    // Not to be watched (no pidfds here): what it holds stays, as it did before processes were watched.
+    holdings.erase(pid);
+    return true;
 }
 
 void NotificationBroker::DropHolding(NotificationDispatcherId dispatcherId, NotificationNameId registration)

@@ -98,6 +98,9 @@ private:
 
     void NoteHolding(const String& processName, NotificationDispatcherId dispatcherId,
                      NotificationNameId registration);
+    /// Under holdingsMutex; false if the process has ended already.
+    bool NoteHoldingOf(pid_t pid, const String& processName, NotificationDispatcherId dispatcherId,
+                       NotificationNameId registration);
     void DropHolding(NotificationDispatcherId dispatcherId, NotificationNameId registration);
     void OnProcessDeparted(pid_t pid);
 
