@@ -13,6 +13,8 @@
 
 #include <Kiv/Exceptions.h>
 
+#include <atomic>
+
 namespace Kiv::System::Nm
 {
 using Internal::NonBlockingNotificationSending::Proxy;
@@ -57,6 +59,8 @@ struct NotificationManager::Impl
 
     std::shared_ptr<INotificationSendingService> notificationSendingService;
     std::shared_ptr<INotificationManagerInfoService> notificationManagerInfoService;
+    /// Set once a call found the broker gone: that is logged once, every call still raises.
+    std::atomic<bool> brokerLost{false};
     Proxy proxy;
 };
 
@@ -85,9 +89,29 @@ NotificationManager::NotificationManager(unsigned int queueLength)
     AppDomainSingleton<NotificationDispatcher>::CreateInstance();
 }
 
+template <class Call>
+auto NotificationManager::CallBroker(Call call) const
+{
+    try
+    {
+        return call();
+    }
+    catch (const CommunicationException& e)
+    {
+        if (!impl->brokerLost.exchange(true))
+        {
+            Log(Commons::Logging::LogLevel::Error, "The notification broker cannot be reached any more: {0}",
+                e.GetMessage());
+        }
+        throw;
+    }
+}
+
 NotificationManager::~NotificationManager()
 {
     AppDomainSingleton<NotificationDispatcher>::DisposeInstance();
+    // The worker sends through this object: it ends while the implementation is still there.
+    impl->proxy.Stop();
     impl.reset();
 }
 
@@ -95,26 +119,35 @@ NotificationNameId NotificationManager::RegisterNotification(const String& notif
                                                              const String& senderName, Severity severity,
                                                              PayloadTypeId payloadTypeId)
 {
-    const TulString<512> name = ToTulString(notificationName);
-    const TulString<512> sender = ToTulString(senderName);
-    return NotificationNameId(impl->notificationSendingService->RegisterNotification(
-        name, sender, severity, payloadTypeId.GetValue()));
+    return CallBroker(
+        [&]
+        {
+            const TulString<512> name = ToTulString(notificationName);
+            const TulString<512> sender = ToTulString(senderName);
+            return NotificationNameId(impl->notificationSendingService->RegisterNotification(
+                name, sender, severity, payloadTypeId.GetValue()));
+        });
 }
 
 void NotificationManager::UnregisterNotification(NotificationNameId notificationNameId)
 {
-    impl->notificationSendingService->UnregisterNotification(notificationNameId.GetValue());
+    return CallBroker(
+        [&] { impl->notificationSendingService->UnregisterNotification(notificationNameId.GetValue()); });
 }
 
 NotificationId NotificationManager::SendNotification(NotificationNameId notificationNameId,
                                                      DateTime timestamp,
                                                      const std::vector<TulVariant<512>>& payload)
 {
-    return TranslateSendFailure(
+    return CallBroker(
         [&]
         {
-            return NotificationId(impl->notificationSendingService->SendNotification(
-                notificationNameId.GetValue(), timestamp, payload));
+            return TranslateSendFailure(
+                [&]
+                {
+                    return NotificationId(impl->notificationSendingService->SendNotification(
+                        notificationNameId.GetValue(), timestamp, payload));
+                });
         });
 }
 
@@ -191,48 +224,78 @@ void NotificationManager::NonBlockingSendNotification(NotificationNameId notific
 
 String NotificationManager::GetNotificationName(NotificationNameId notificationNameId) const
 {
-    return ToString(impl->notificationManagerInfoService->GetNotificationName(notificationNameId.GetValue()));
+    return CallBroker(
+        [&]
+        {
+            return ToString(
+                impl->notificationManagerInfoService->GetNotificationName(notificationNameId.GetValue()));
+        });
 }
 
 NotificationNameId NotificationManager::GetNotificationNameId(const String& notificationName)
 {
-    return NotificationNameId(
-        impl->notificationManagerInfoService->GetNotificationNameId(ToTulString(notificationName)));
+    return CallBroker(
+        [&]
+        {
+            return NotificationNameId(
+                impl->notificationManagerInfoService->GetNotificationNameId(ToTulString(notificationName)));
+        });
 }
 
 std::vector<NotificationNameId> NotificationManager::GetNotificationNameIdsByStatus(
     const NotificationRegistrationStatus& status) const
 {
-    return ConvertRawIdsToIdTypes<NotificationNameId>(
-        impl->notificationManagerInfoService->GetNotificationNameIdsByStatus(status));
+    return CallBroker(
+        [&]
+        {
+            return ConvertRawIdsToIdTypes<NotificationNameId>(
+                impl->notificationManagerInfoService->GetNotificationNameIdsByStatus(status));
+        });
 }
 
 std::vector<NotificationNameId> NotificationManager::GetAllKnownNotificationNameIds() const
 {
-    return ConvertRawIdsToIdTypes<NotificationNameId>(
-        impl->notificationManagerInfoService->GetAllKnownNotificationNameIds());
+    return CallBroker(
+        [&]
+        {
+            return ConvertRawIdsToIdTypes<NotificationNameId>(
+                impl->notificationManagerInfoService->GetAllKnownNotificationNameIds());
+        });
 }
 
 NotificationRegistrationInfo NotificationManager::GetNotificationRegistration(
     NotificationNameId notificationNameId) const
 {
-    return impl->notificationManagerInfoService->GetNotificationRegistration(notificationNameId.GetValue());
+    return CallBroker(
+        [&] {
+            return impl->notificationManagerInfoService->GetNotificationRegistration(
+                notificationNameId.GetValue());
+        });
 }
 
 PayloadTypeId NotificationManager::GetPayloadTypeId(const String& payloadTypeName)
 {
-    return PayloadTypeId(
-        impl->notificationManagerInfoService->GetPayloadTypeId(ToTulString(payloadTypeName)));
+    return CallBroker(
+        [&]
+        {
+            return PayloadTypeId(
+                impl->notificationManagerInfoService->GetPayloadTypeId(ToTulString(payloadTypeName)));
+        });
 }
 
 String NotificationManager::GetPayloadTypeName(const PayloadTypeId& payloadTypeId) const
 {
-    return ToString(impl->notificationManagerInfoService->GetPayloadTypeName(payloadTypeId.GetValue()));
+    return CallBroker(
+        [&] {
+            return ToString(
+                impl->notificationManagerInfoService->GetPayloadTypeName(payloadTypeId.GetValue()));
+        });
 }
 
 std::uint64_t NotificationManager::GetNumberOfSubmittedNotifications() const
 {
-    return impl->notificationManagerInfoService->GetNumberOfSubmittedNotifications();
+    return CallBroker([&]
+                      { return impl->notificationManagerInfoService->GetNumberOfSubmittedNotifications(); });
 }
 
 NotificationNameId NotificationManager::Subscribe(const String& notificationName,

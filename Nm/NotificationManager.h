@@ -94,6 +94,10 @@ public:
     static std::uint32_t GetDefaultArgumentsBufferCapacity();
 
 private:
+    /// Runs a call of the broker's services; a lost broker is logged once and the call still raises.
+    template <class Call>
+    auto CallBroker(Call call) const;
+
     struct Impl;
     std::unique_ptr<Impl> impl;
 };

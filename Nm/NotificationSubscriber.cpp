@@ -75,6 +75,8 @@ void NotificationSubscriber::Dispose() noexcept
 
 void NotificationSubscriber::Notify(const Notification& notification)
 {
+    // Handlers may be added while the system delivers; the lock is recursive, so a handler may add one.
+    Mutex::ScopedLock lock(handlerMutex);
     for (const MethodHandler& handler : methodHandlers)
     {
         handler.function(handler.context, notification);
@@ -124,11 +126,16 @@ void NotificationSubscriber::TranferSubscriptionFrom(NotificationSubscriber& oth
 {
     NotificationManager& manager = NotificationManager::GetInstance();
     // Handlers first: a delivery on another thread may still be served by `other` until the exchange.
-    methodHandlers = other.methodHandlers;
-    sharedHandlers = other.sharedHandlers;
+    {
+        Mutex::ScopedLock mine(handlerMutex);
+        Mutex::ScopedLock theirs(other.handlerMutex);
+        methodHandlers = other.methodHandlers;
+        sharedHandlers = other.sharedHandlers;
+    }
     notificationNameId = other.notificationNameId;
     manager.ReplaceSubscriber(&other, this);
     other.notificationNameId = NotificationNameId(0);
+    Mutex::ScopedLock theirs(other.handlerMutex);
     other.methodHandlers.clear();
     other.sharedHandlers.clear();
 }

@@ -18,7 +18,7 @@ int main(int argc, char** argv)
 {
     KivTools::SystemOptions system;
     std::map<std::string, std::string> options{{"--name", "Monitor"}};
-    if (!KivTools::ParseOptions(argc, argv, system, options,
+    if (!KivTools::ParseOptions(argc, argv, system, options, "demo-monitor",
                                 "usage: demo-monitor [--name NAME] [--system S] [--endpoints D]\n"))
     {
         return 2;
@@ -47,6 +47,14 @@ int main(int argc, char** argv)
         while (signal != SIGINT && signal != SIGTERM)
         {
             signal = KivTools::WaitForSignal(signals, std::chrono::milliseconds(1000));
+            // Deliveries just stop when the broker goes; asking now and then is how a receiver knows.
+            const std::string gone = signal == 0 ? KivTools::BrokerGone() : std::string();
+            if (!gone.empty())
+            {
+                std::cerr << "demo-monitor: the notification broker is gone: " << gone << std::endl;
+                result = 1;
+                break;
+            }
         }
     }
     catch (const Kiv::Exception& e)
@@ -55,6 +63,6 @@ int main(int argc, char** argv)
         result = 1;
     }
 
-    KivTools::LeaveSystem();
+    KivTools::LeaveSystem("demo-monitor");
     return result;
 }

@@ -21,20 +21,31 @@ int main(int argc, char** argv)
 {
     KivTools::SystemOptions system;
     std::map<std::string, std::string> options{{"--name", "Sensor"}, {"--period-ms", "500"}};
-    if (!KivTools::ParseOptions(
-            argc, argv, system, options,
-            "usage: demo-sensor [--name NAME] [--period-ms N] [--system S] [--endpoints D]\n"))
+    const char* const usage =
+        "usage: demo-sensor [--name NAME] [--period-ms N] [--system S] [--endpoints D]\n";
+    if (!KivTools::ParseOptions(argc, argv, system, options, "demo-sensor", usage))
     {
         return 2;
     }
     const std::string name = options["--name"];
-    const int periodMs = std::stoi(options["--period-ms"]);
+    int periodMs = 0;
+    try
+    {
+        periodMs = static_cast<int>(KivTools::ParseNumber("--period-ms", options["--period-ms"], 1, 3600000));
+    }
+    catch (const std::invalid_argument& e)
+    {
+        std::cerr << "demo-sensor: " << e.what() << "\n" << usage;
+        return 2;
+    }
     const sigset_t signals = KivTools::BlockStopSignals();
     if (!KivTools::JoinSystem(system, name, "demo-sensor"))
     {
         return 1;
     }
 
+    int result = 0;
+    try
     {
         auto& manager = NotificationManager::GetInstance();
         NotificationRegistration<Demo::PlantReading> temperature("Demo.Plant.Temperature", name.c_str(),
@@ -77,8 +88,18 @@ int main(int argc, char** argv)
             }
         }
     }
+    catch (const Kiv::CommunicationException& e)
+    {
+        std::cerr << "demo-sensor: the notification broker is gone: " << e.GetMessage() << std::endl;
+        result = 1;
+    }
+    catch (const Kiv::Exception& e)
+    {
+        std::cerr << "demo-sensor: " << e.GetMessage() << std::endl;
+        result = 1;
+    }
 
-    KivTools::LeaveSystem();
+    KivTools::LeaveSystem("demo-sensor");
     std::cout << "sensor stopped" << std::endl;
-    return 0;
+    return result;
 }

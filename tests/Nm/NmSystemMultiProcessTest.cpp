@@ -1,3 +1,5 @@
+#include "Support/WaitFor.h"
+
 #include <Nm/Support/ProbeSystem.h>
 
 #include <gmock/gmock.h>
@@ -11,6 +13,7 @@
 // component processes, in a system and endpoint directory of the test's own.
 
 using Kiv::Testing::Probe;
+using Kiv::Testing::WaitFor;
 using ::testing::StartsWith;
 using NmSystemTest = Kiv::Testing::ProbeSystem;
 
@@ -156,5 +159,175 @@ TEST_F(NmSystemTest, WithOverflowTheRefusedAndTheAcceptedAddUpToTheSent)
     EXPECT_GT(accepted, 0);
     EXPECT_EQ(main.Ask("stats"), "ok submitted=" + std::to_string(accepted));
     EXPECT_EQ(receiver.Ask("report Load " + std::to_string(accepted)),
+              "ok received=" + std::to_string(accepted) + " bad=0");
+}
+
+TEST_F(NmSystemTest, AKilledProcessLeavesAsIfCleanlyTheOthersAndALatecomerGetEverythingAndItMayComeBack)
+{
+    Probe& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    std::vector<Probe*> subscribers;
+    for (const std::string name : {"A", "B", "C"})
+    {
+        subscribers.push_back(&Start(name));
+        ASSERT_EQ(subscribers.back()->Ask("setup client"), "ok");
+        ASSERT_EQ(subscribers.back()->Ask("subscribe Line"), "ok");
+    }
+    ASSERT_THAT(subscribers[1]->Ask("register Out.B"), StartsWith("ok"));
+    ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    // B joined between A and C; once it is killed, what it registered is Unregistered without any
+    // delivery having failed.
+    subscribers[1]->Stop(SIGKILL);
+    for (const std::string name : {"Out.B", "Kiv.System.Nm.ExceptionDuringNotify.B"})
+    {
+        EXPECT_TRUE(WaitFor([&] { return main.Ask("status " + name) == "ok Unregistered"; })) << name;
+    }
+    Probe& latecomer = Start("D");
+    ASSERT_EQ(latecomer.Ask("setup client"), "ok");
+    ASSERT_EQ(latecomer.Ask("subscribe Line"), "ok");
+    EXPECT_EQ(main.Ask("burst Line 200"), "ok accepted=200 refused=0 failure=none");
+    for (Probe* probe : {subscribers[0], subscribers[2], &latecomer})
+    {
+        EXPECT_EQ(probe->Ask("report Line 200"), "ok received=200 bad=0");
+    }
+
+    // It comes back under its name, and its name is free for it.
+    Probe& again = Start("B");
+    ASSERT_EQ(again.Ask("setup client"), "ok");
+    EXPECT_THAT(again.Ask("register Out.B"), StartsWith("ok"));
+    ASSERT_EQ(again.Ask("subscribe Line"), "ok");
+    ASSERT_THAT(main.Ask("send Line back"), StartsWith("ok"));
+    EXPECT_EQ(again.Notified("Line"), "ok Line back");
+}
+
+TEST_F(NmSystemTest, AStoppedProcessCostsOneTimeLimitAndIsServedAgainOnceItGoesOn)
+{
+    Probe& main = Start("Main", "1000");
+    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    Probe& paused = Start("Paused");
+    ASSERT_EQ(paused.Ask("setup client"), "ok");
+    ASSERT_EQ(paused.Ask("subscribe Line"), "ok");
+    Probe& other = Start("Other");
+    ASSERT_EQ(other.Ask("setup client"), "ok");
+    ASSERT_EQ(other.Ask("subscribe Tick"), "ok");
+    ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
+    ASSERT_THAT(main.Ask("register Tick"), StartsWith("ok"));
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    // While it is stopped, deliveries to it fail; the tick behind them tells that the broker went past.
+    ASSERT_EQ(kill(paused.GetPid(), SIGSTOP), 0);
+    for (const std::string text : {"stalled", "skipped"})
+    {
+        ASSERT_THAT(main.Ask("send Line " + text), StartsWith("ok"));
+    }
+    ASSERT_THAT(main.Ask("send Tick past"), StartsWith("ok"));
+    EXPECT_EQ(other.Notified("Tick"), "ok Tick past");
+    ASSERT_EQ(kill(paused.GetPid(), SIGCONT), 0);
+
+    // The first delivery after it went on reaches it on a new connection.
+    ASSERT_THAT(main.Ask("send Line resumed"), StartsWith("ok"));
+    std::string got;
+    for (int i = 0; i < 3 && got != "ok Line resumed"; ++i)
+    {
+        got = paused.Notified("Line");
+    }
+    EXPECT_EQ(got, "ok Line resumed");
+}
+
+TEST_F(NmSystemTest, ProcessesThatComeAndGoLeaveNoThreadOrDescriptorInTheBrokersProcess)
+{
+    Probe& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
+    ASSERT_EQ(main.Ask("start"), "ok");
+    // Each guest joins while the one before it is still there, which then leaves: cleanly or killed, in
+    // turn. The connection to a guest that left goes when the next one joins, so each count is taken
+    // with one live guest and one such connection.
+    const auto cycle = [&](int i)
+    {
+        Probe& guest = Start("Guest" + std::to_string(i));
+        ASSERT_EQ(guest.Ask("setup client"), "ok");
+        ASSERT_EQ(guest.Ask("subscribe Line"), "ok");
+        if (processes.size() > 2)
+        {
+            Probe& previous = **(processes.end() - 2);
+            if (i % 2 == 0)
+            {
+                ASSERT_EQ(previous.Ask("dispose"), "ok");
+            }
+            processes.erase(processes.end() - 2);
+        }
+    };
+    for (int i = 1; i <= 3; ++i)
+    {
+        cycle(i);
+    }
+    const std::string baseline = main.Ask("resources");
+    for (int i = 4; i <= 303; ++i)
+    {
+        cycle(i);
+    }
+    // A connection of the last guests may still be closing when a count is taken: none may stay above it.
+    const auto counts = [](const std::string& resources)
+    {
+        std::vector<long> numbers;
+        for (auto at = resources.find('='); at != std::string::npos; at = resources.find('=', at + 1))
+        {
+            numbers.push_back(std::stol(resources.substr(at + 1)));
+        }
+        return numbers;
+    };
+    const auto within = [&](const std::vector<long>& now)
+    {
+        const auto limit = counts(baseline);
+        return now.size() == limit.size() &&
+               std::equal(now.begin(), now.end(), limit.begin(), std::less_equal<>());
+    };
+    EXPECT_TRUE(WaitFor([&] { return within(counts(main.Ask("resources"))); }))
+        << main.Ask("resources") << " against " << baseline;
+}
+
+TEST_F(NmSystemTest, StoppingWithAFullQueueAndASendInRetryEndsCleanly)
+{
+    // The broker never starts delivering: its queue of two fills, and the next non-blocking send is
+    // retried by the worker.
+    Probe& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 2)), "ok");
+    Probe& sender = Start("Sender");
+    ASSERT_EQ(sender.Ask("setup client"), "ok");
+    ASSERT_THAT(sender.Ask("register Line"), StartsWith("ok"));
+    for (int i = 0; i < 4; ++i)
+    {
+        ASSERT_EQ(sender.Ask("nbsend Line x"), "ok");
+    }
+    ASSERT_TRUE(WaitFor([&] { return main.Ask("stats") == "ok submitted=2"; }));
+    // Disposal waits for the send in retry, which ends as its name is unregistered on the way.
+    EXPECT_EQ(sender.Ask("dispose"), "ok");
+    sender.WriteLine("exit");
+    EXPECT_EQ(sender.Stop(0), 0);
+}
+
+TEST_F(NmSystemTest, ABrokerThatStopsDuringABurstDeliversEveryNotificationWhoseIdItReturned)
+{
+    Probe& main = Start("Main");
+    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 20000)), "ok");
+    Probe& receiver = Start("R");
+    ASSERT_EQ(receiver.Ask("setup client"), "ok");
+    ASSERT_EQ(receiver.Ask("subscribe Line"), "ok");
+    Probe& sender = Start("S");
+    ASSERT_EQ(sender.Ask("setup client"), "ok");
+    ASSERT_THAT(sender.Ask("register Line"), StartsWith("ok"));
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    sender.WriteLine("burst Line 1000000");
+    ASSERT_THAT(receiver.Ask("report Line 100"), StartsWith("ok received="));
+    ASSERT_EQ(main.Ask("dispose"), "ok");
+    const std::string burst = sender.ReadLine();
+    ASSERT_THAT(burst, StartsWith("ok accepted="));
+    EXPECT_THAT(burst, ::testing::Not(::testing::HasSubstr("failure=none")));
+    const long accepted = std::stol(burst.substr(burst.find('=') + 1));
+    EXPECT_EQ(receiver.Ask("report Line " + std::to_string(accepted)),
               "ok received=" + std::to_string(accepted) + " bad=0");
 }

@@ -13,6 +13,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <atomic>
+#include <thread>
 
 // The facade of a process over a broker in the same process. Each case runs twice: once with the services
 // called directly, and once with every call marshalled through this process's own endpoint, so that the
@@ -148,4 +150,30 @@ TEST_P(NotificationManagerTest, WithoutAReachableBrokerASetupLeavesNoManagerBehi
             "Could not retrieve service 'Kiv::System::Nm::Services::Internal::INotificationSendingService' "
             "from service provider 'Kiv'."));
     EXPECT_FALSE(NotificationManager::IsCreated());
+}
+
+TEST_P(NotificationManagerTest, HandlersAddedWhileTheSystemDeliversRunFromTheirNextNotificationOn)
+{
+    NotificationSubscriber subscriber = Manager().CreateNotificationSubscriber("Race");
+    NotificationRegistration<StringPayload> registration("Race.Line", "Racer", Severity::Info, Manager());
+    NotificationManagerSetup::StartDispatching();
+    std::atomic<bool> sending{true};
+    std::thread sender(
+        [&]
+        {
+            while (sending)
+            {
+                registration.SendNotification(StringPayload("x"));
+            }
+        });
+    // Each handler is added while deliveries run on the broker's thread, as a watching tool does.
+    std::atomic<int> calls[8] = {};
+    for (auto& count : calls)
+    {
+        subscriber.AddHandler([&count](const Notification&) { ++count; });
+    }
+    EXPECT_TRUE(WaitFor([&] { return calls[7] > 0; }));
+    sending = false;
+    sender.join();
+    EXPECT_GE(calls[0].load(), calls[7].load());
 }

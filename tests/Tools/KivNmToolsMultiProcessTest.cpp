@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <tuple>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -55,6 +56,12 @@ protected:
         {
             command += " '" + arg + "'";
         }
+        return Run(command);
+    }
+
+    /// Runs `command` to its end: its output, stdout and stderr together, and its exit code in `exitCode`.
+    std::string Run(const std::string& command)
+    {
         std::string output;
         FILE* pipe = popen((command + " 2>&1").c_str(), "r");
         char chunk[4096];
@@ -218,4 +225,117 @@ TEST_F(KivNmToolsTest, TheBrokersProcessClosesRogueConnectionsWithAWarningAndSer
         closed += line.find("[warning] Closed the connection of pid") != std::string::npos ? 1 : 0;
     }
     EXPECT_EQ(closed, 3);
+}
+
+TEST_F(KivNmToolsTest, WrongCommandLinesAreToldInOneLineWithCodeTwoAndHelpWorksEverywhere)
+{
+    const std::string longText(24528, 'a');
+    const std::vector<std::tuple<std::string, std::vector<std::string>, std::string>> rows{
+        {KIVNM_HOST, {"--name", "X", "--start-after", "abc"}, "--start-after takes a number from 0 to 86400"},
+        {KIVNM_HOST, {"--name", "X", "--start-after", "nan"}, "not 'nan'"},
+        {KIVNM_HOST, {"--name", "X", "--call-time-limit", "0"}, "--call-time-limit takes a number"},
+        {DEMO_SENSOR, {"--period-ms", "abc"}, "--period-ms takes a number from 1"},
+        {DEMO_MONITOR, {"--frequency", "1"}, "unknown option --frequency"},
+        {KIVNM_CLI, {"show", "99999999999999999999"}, "at most 4294967295"},
+        {KIVNM_CLI, {"show", "4294967297"}, "at most 4294967295"},
+        {KIVNM_CLI, {"send", "A.B", "x", "--severity"}, "--severity needs a value"},
+        {KIVNM_CLI, {"send", "A.B", "x", "--severity", "Internal"}, "unknown severity Internal"},
+        {KIVNM_CLI, {"list", "registered", "extra"}, "wrong arguments: list"},
+        {KIVNM_CLI, {"send", "A.B", longText}, "a notification holds at most 24527"},
+        {KIVNM_CLI, {"--system"}, "--system needs a value"},
+    };
+    for (const auto& [program, args, message] : rows)
+    {
+        std::string command = program;
+        for (const auto& arg : args)
+        {
+            command += " '" + arg + "'";
+        }
+        const std::string output = Run(command);
+        EXPECT_EQ(exitCode, 2) << command.substr(0, 200);
+        EXPECT_THAT(output.substr(0, output.find('\n')), HasSubstr(message)) << command.substr(0, 200);
+    }
+    for (const std::string program : {KIVNM_HOST, KIVNM_CLI, DEMO_SENSOR, DEMO_MONITOR})
+    {
+        EXPECT_THAT(Run(program + " --help"), ::testing::StartsWith("usage: ")) << program;
+        EXPECT_EQ(exitCode, 0) << program;
+    }
+}
+
+TEST_F(KivNmToolsTest, ALongTextArrivesWholeAndWhenTheBrokerDiesEveryProgramEndsWithOneLine)
+{
+    ChildProcess& host = Start(KIVNM_HOST, {"--name", "Main", "--broker", "--start-on-signal"});
+    ASSERT_EQ(host.ReadLine(), "ready");
+    const auto merged = [&](const char* program, const std::string& args)
+    {
+        return std::ref(*processes.emplace_back(std::make_unique<ChildProcess>(
+            "/bin/sh",
+            std::vector<std::string>{"-c", std::string("exec ") + program + " " + args + " --system " +
+                                               system + " --endpoints " + directory + " 2>&1"})));
+    };
+    ChildProcess& monitor = merged(DEMO_MONITOR, "");
+    ASSERT_EQ(monitor.ReadLine(), "monitor ready");
+    ChildProcess& sensor = merged(DEMO_SENSOR, "--period-ms 50");
+    ASSERT_EQ(sensor.ReadLine(), "sensor ready");
+    ChildProcess& watch = merged(KIVNM_CLI, "--json watch Demo.Cli");
+    for (int i = 0; i < 300 && Tool({"list"}).find("ExceptionDuringNotify.kivnm-watch") == std::string::npos;
+         ++i)
+    {
+        usleep(100 * 1000);
+    }
+    kill(host.GetPid(), SIGUSR1);
+    ASSERT_EQ(host.ReadLine(), "dispatching");
+    const std::string longText(24527, 'x');
+    Tool({"send", "Demo.Cli.Long", longText});
+    ASSERT_EQ(exitCode, 0);
+    EXPECT_EQ(Json::parse(watch.ReadLine())["text"], longText);
+
+    host.Stop(SIGKILL);
+    for (ChildProcess* program : {&monitor, &sensor, &watch})
+    {
+        const std::string line = NextLine(
+            *program, [](const std::string& l) { return l.find("broker is gone") != std::string::npos; });
+        EXPECT_THAT(line, HasSubstr("the notification broker is gone: "));
+        EXPECT_EQ(ExitCode(program->Stop(line.empty() ? SIGKILL : 0)), 1);
+    }
+}
+
+TEST_F(KivNmToolsTest, StoppingWithTheBrokersQueueFullEndsEveryProgramWithoutACrash)
+{
+    // The broker never delivers and holds two notifications: the sensor's non-blocking sends are retried.
+    const std::string settings = directory + "/small.xml";
+    std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"2\"/>"
+                               "</NotificationManagerSettingsDocument>";
+    ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
+        "/bin/sh", std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST +
+                                                      " --name Main --broker --start-on-signal --stop-limit 2"
+                                                      " --settings " +
+                                                      settings + " --system " + system + " --endpoints " +
+                                                      directory + " 2>&1"}));
+    ASSERT_EQ(NextLine(host, [](const std::string& line) { return line == "ready"; }), "ready");
+    ChildProcess& sensor = Start(DEMO_SENSOR, {"--period-ms", "10"});
+    ASSERT_EQ(sensor.ReadLine(), "sensor ready");
+    for (int i = 0; i < 300 && Json::parse(Tool({"--json", "stats"}))["submitted"].get<int>() < 2; ++i)
+    {
+        usleep(10 * 1000);
+    }
+    EXPECT_EQ(ExitCode(sensor.Stop(SIGINT)), 0);
+    // The broker's thread never ran: its stop may wait for room in the full queue for good, and then the
+    // host gives up after its stop limit, saying so.
+    kill(host.GetPid(), SIGTERM);
+    const std::string last =
+        NextLine(host, [](const std::string& line)
+                 { return line == "stopped" || line.find("stopping took") != std::string::npos; });
+    const int code = ExitCode(host.Stop(0));
+    EXPECT_TRUE((last == "stopped" && code == 0) ||
+                (last.find("the notifications still queued or in retry are dropped") != std::string::npos &&
+                 code == 1))
+        << last << " " << code;
+
+    std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"-1\"/>"
+                               "</NotificationManagerSettingsDocument>";
+    EXPECT_EQ(
+        Run(std::string(KIVNM_HOST) + " --name Main --broker --settings " + settings),
+        "kivnm-host: set-up failed: a queue length of 4294967295 in " + settings + " is more than 1048576\n");
+    EXPECT_EQ(exitCode, 1);
 }

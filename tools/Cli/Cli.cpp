@@ -8,6 +8,7 @@
 #include <Nm/EnumDictionary.h>
 #include <Nm/GenericPayload.h>
 #include <Nm/Internal/NotificationManagerSetup.h>
+#include <Nm/Internal/PayloadFormatter.h>
 #include <Nm/LongStringPayloadField.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
@@ -30,8 +31,9 @@
 #include <iomanip>
 #include <iostream>
 #include <list>
-#include <set>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <sstream>
 
 #include <unistd.h>
@@ -72,7 +74,8 @@ public:
     {
         const std::string& command = args.at(0);
         const std::vector<std::string> rest(args.begin() + 1, args.end());
-        static const std::set<std::string> commands{"list", "show", "types", "stats", "state", "send", "watch"};
+        static const std::set<std::string> commands{"list",  "show", "types", "stats",
+                                                    "state", "send", "watch"};
         if (commands.count(command) == 0)
         {
             throw UsageError("unknown command " + command);
@@ -81,8 +84,8 @@ public:
         {
             return Watch(rest);
         }
-        Connect();
-        if (command == "list")
+        // Each command checks its arguments before it connects, so that a wrong line is told as such.
+        if (command == "list" && rest.size() <= 1)
         {
             return List(rest);
         }
@@ -92,10 +95,12 @@ public:
         }
         if (command == "types" && rest.empty())
         {
+            Connect();
             return Types();
         }
         if (command == "stats" && rest.empty())
         {
+            Connect();
             return Print(
                 Json{{"submitted", service->GetNumberOfSubmittedNotifications()}},
                 "submitted notifications: " + std::to_string(service->GetNumberOfSubmittedNotifications()));
@@ -158,15 +163,11 @@ private:
 
     int List(const std::vector<std::string>& rest)
     {
-        std::vector<std::uint32_t> ids;
-        if (rest.empty())
-        {
-            ids = service->GetAllKnownNotificationNameIds();
-        }
-        else
-        {
-            ids = service->GetNotificationNameIdsByStatus(ParseStatus(rest.at(0)));
-        }
+        const std::optional<NotificationRegistrationStatus> status =
+            rest.empty() ? std::nullopt : std::optional(ParseStatus(rest.at(0)));
+        Connect();
+        std::vector<std::uint32_t> ids = status ? service->GetNotificationNameIdsByStatus(*status)
+                                                : service->GetAllKnownNotificationNameIds();
         std::sort(ids.begin(), ids.end());
         Json list = Json::array();
         std::ostringstream text;
@@ -203,8 +204,13 @@ private:
     {
         const bool numeric =
             !nameOrId.empty() && nameOrId.find_first_not_of("0123456789") == std::string::npos;
+        if (numeric && (nameOrId.size() > 10 || std::stoull(nameOrId) > UINT32_MAX))
+        {
+            throw UsageError("a notification name id is at most 4294967295, not " + nameOrId);
+        }
+        Connect();
         const std::uint32_t id =
-            numeric ? static_cast<std::uint32_t>(std::stoul(nameOrId))
+            numeric ? static_cast<std::uint32_t>(std::stoull(nameOrId))
                     : service->GetNotificationNameId(Services::ToTulString(nameOrId.c_str()));
         const Json row = Registration(id);
         std::ostringstream text;
@@ -242,6 +248,11 @@ private:
 
     int State(const std::vector<std::string>& rest)
     {
+        if (!rest.empty() && rest[0] != "checked" && rest[0] != "relaxed")
+        {
+            throw UsageError("state is checked or relaxed, not " + rest[0]);
+        }
+        Connect();
         std::shared_ptr<ISubscriptionStateService> state;
         try
         {
@@ -279,20 +290,28 @@ private:
     {
         std::vector<std::string> positional;
         std::string sender = "kivnm";
-        Severity severity = Severity::Info;
+        std::optional<Severity> severity;
         for (std::size_t i = 0; i < rest.size(); ++i)
         {
-            if ((rest[i] == "--severity" || rest[i] == "--sender") && i + 1 < rest.size())
+            if (rest[i] == "--severity" || rest[i] == "--sender")
             {
+                if (i + 1 >= rest.size())
+                {
+                    throw UsageError(rest[i] + " needs a value");
+                }
                 if (rest[i] == "--sender")
                 {
                     sender = rest[++i];
+                    continue;
                 }
-                else if (!Kiv::TryGetEnumValue(rest[++i].c_str(), severity))
+                Severity value = Severity::Info;
+                // "Internal" is the system's own and no sender's to choose.
+                if (!Kiv::TryGetEnumValue(rest[++i].c_str(), value) || value == Severity::Internal)
                 {
                     throw UsageError("unknown severity " + rest[i] +
                                      " (Info, Warning, Error, Critical, Fatal, Emerge)");
                 }
+                severity = value;
             }
             else
             {
@@ -303,6 +322,16 @@ private:
         {
             throw UsageError("send takes NAME and TEXT");
         }
+        // What every watcher can still format: the pieces of a long text, its count and the format
+        // string are fields of the payload, and the formatter takes fewer than MaxFieldCount.
+        constexpr std::size_t maxText =
+            (Internal::PayloadFormatter::MaxFieldCount - 3) * LongStringPayloadField::PieceLength - 1;
+        if (positional[1].size() > maxText)
+        {
+            throw UsageError("the text has " + std::to_string(positional[1].size()) +
+                             " characters; a notification holds at most " + std::to_string(maxText));
+        }
+        Connect();
         const std::string typeName = StringPayload::GetPayloadTypeName().c_str();
         const std::uint32_t id = RegisterIfNeeded(positional[0], sender, severity, typeName);
         const std::uint64_t notificationId = service->SendNotification(
@@ -315,14 +344,22 @@ private:
                      "sent notification " + std::to_string(notificationId) + " on " + positional[0]);
     }
 
-    std::uint32_t RegisterIfNeeded(const std::string& name, const std::string& sender, Severity severity,
-                                   const std::string& typeName)
+    std::uint32_t RegisterIfNeeded(const std::string& name, const std::string& sender,
+                                   std::optional<Severity> severity, const std::string& typeName)
     {
         try
         {
             const std::uint32_t id = service->GetNotificationNameId(Services::ToTulString(name.c_str()));
-            if (service->GetNotificationRegistration(id).IsRegistered())
+            const NotificationRegistrationInfo info = service->GetNotificationRegistration(id);
+            if (info.IsRegistered())
             {
+                // A registration keeps its severity: a different one asked for would be ignored unseen.
+                if (severity && *severity != info.GetSeverity())
+                {
+                    throw std::runtime_error(name + " is registered with severity " +
+                                             Kiv::GetEnumString(info.GetSeverity()) + ", not " +
+                                             Kiv::GetEnumString(*severity));
+                }
                 return id;
             }
         }
@@ -333,9 +370,9 @@ private:
         catch (const Kiv::InvalidOperationException&)
         {
         }
-        return service->RegisterNotification(Services::ToTulString(name.c_str()),
-                                             Services::ToTulString(sender.c_str()), severity,
-                                             Services::ToTulString(typeName.c_str()));
+        return service->RegisterNotification(
+            Services::ToTulString(name.c_str()), Services::ToTulString(sender.c_str()),
+            severity.value_or(Severity::Info), Services::ToTulString(typeName.c_str()));
     }
 
     /// The values of a StringPayload, made without asking a broker of this process for the type's id:
@@ -422,7 +459,17 @@ int Cli::Watch(const std::vector<std::string>& names)
             while (signal != SIGINT && signal != SIGTERM)
             {
                 signal = KivTools::WaitForSignal(signals, std::chrono::milliseconds(1000));
+                // Deliveries just stop when the broker goes; asking now and then is how a watcher knows.
+                if (signal == 0)
+                {
+                    NotificationManager::GetInstance().GetNumberOfSubmittedNotifications();
+                }
             }
+        }
+        catch (const Kiv::CommunicationException& e)
+        {
+            std::cerr << "kivnm: the notification broker is gone: " << e.GetMessage() << std::endl;
+            result = 1;
         }
         catch (const Kiv::Exception& e)
         {
@@ -430,6 +477,7 @@ int Cli::Watch(const std::vector<std::string>& names)
             result = 1;
         }
     }
+    KivTools::StopWatchdog watchdog("kivnm", std::chrono::seconds(10));
     Internal::NotificationManagerSetup::Dispose();
     Kiv::System::Commons::AppDomain::Dispose();
     Kiv::System::Tul::ServiceManager::Shutdown();
@@ -474,8 +522,9 @@ int main(int argc, char** argv)
         Kiv::System::Tul::ServiceManager::Shutdown();
         return result;
     }
-    catch (const UsageError& e)
+    catch (const std::invalid_argument& e)
     {
+        // A UsageError, or an option without its value.
         std::cerr << "kivnm: " << e.what() << "\n" << usage;
         return 2;
     }

@@ -7,9 +7,11 @@
 #include "Common/ProcessOptions.h"
 
 #include <Nm/Internal/NotificationManagerSetup.h>
+#include <Nm/NotificationManager.h>
 
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
+#include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
 #include <iostream>
@@ -19,26 +21,57 @@
 namespace KivTools
 {
 /// Reads "--system", "--endpoints" and the options named in `values` (each taking a value, which
-/// replaces the default in the map); false, with `usage` on stderr, for anything else.
+/// replaces the default in the map); false, with the reason and `usage` on stderr, for anything else.
+/// "--help" prints `usage` and ends the process with 0.
 inline bool ParseOptions(int argc, char** argv, SystemOptions& system,
-                         std::map<std::string, std::string>& values, const char* usage)
+                         std::map<std::string, std::string>& values, const char* program, const char* usage)
 {
     const std::vector<std::string> args(argv + 1, argv + argc);
-    for (std::size_t i = 0; i < args.size(); ++i)
+    try
     {
-        if (system.Take(args, i))
+        for (std::size_t i = 0; i < args.size(); ++i)
         {
-            continue;
+            if (args[i] == "--help" || args[i] == "-h")
+            {
+                std::cout << usage;
+                std::exit(0);
+            }
+            if (system.Take(args, i))
+            {
+                continue;
+            }
+            const auto option = values.find(args[i]);
+            if (option == values.end())
+            {
+                throw std::invalid_argument("unknown option " + args[i]);
+            }
+            if (i + 1 >= args.size())
+            {
+                throw std::invalid_argument(args[i] + " needs a value");
+            }
+            option->second = args[++i];
         }
-        const auto option = values.find(args[i]);
-        if (option == values.end() || i + 1 >= args.size())
-        {
-            std::cerr << usage;
-            return false;
-        }
-        option->second = args[++i];
+        return true;
     }
-    return true;
+    catch (const std::invalid_argument& e)
+    {
+        std::cerr << program << ": " << e.what() << "\n" << usage;
+        return false;
+    }
+}
+
+/// Empty while the broker answers, else why not: a process that only receives learns so only by asking.
+inline std::string BrokerGone()
+{
+    try
+    {
+        Kiv::System::Nm::NotificationManager::GetInstance().GetNumberOfSubmittedNotifications();
+        return {};
+    }
+    catch (const Kiv::CommunicationException& e)
+    {
+        return e.GetMessage().c_str();
+    }
 }
 
 /// Joins `system` as the process `name`, without a broker of its own; false, with the reason on stderr,
@@ -60,9 +93,10 @@ inline bool JoinSystem(const SystemOptions& system, const std::string& name, con
     }
 }
 
-/// Leaves the system; registrations and subscribers must have gone before.
-inline void LeaveSystem()
+/// Leaves the system; registrations and subscribers must have gone before. Bounded by a watchdog.
+inline void LeaveSystem(const char* program, std::chrono::milliseconds limit = std::chrono::seconds(10))
 {
+    StopWatchdog watchdog(program, limit);
     Kiv::System::Nm::Internal::NotificationManagerSetup::Dispose();
     Kiv::System::Commons::AppDomain::Dispose();
     Kiv::System::Tul::ServiceManager::Shutdown();

@@ -10,9 +10,14 @@
 #include <Kiv/System/Tul/TulSettings.h>
 
 #include <chrono>
+#include <cmath>
+#include <condition_variable>
 #include <cstdlib>
+#include <iostream>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <pthread.h>
@@ -28,6 +33,7 @@ struct SystemOptions
     /// trusts its endpoints only then (TulSettings::systemUid).
     std::string systemUid = Env("KIV_SYSTEM_UID", "");
     std::chrono::milliseconds connectWait{10000};
+    std::chrono::milliseconds callTimeLimit{10000};
 
     static std::string Env(const char* name, const char* fallback)
     {
@@ -57,6 +63,7 @@ struct SystemOptions
         settings.systemName = system.c_str();
         settings.endpointDirectory = endpoints.c_str();
         settings.connectWait = connectWait;
+        settings.callTimeLimit = callTimeLimit;
         if (!systemUid.empty())
         {
             const bool digits =
@@ -71,6 +78,60 @@ struct SystemOptions
         }
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
+};
+
+/// `text` as a number from `min` to `max` for `option`; the whole text must be the number.
+inline double ParseNumber(const std::string& option, const std::string& text, double min, double max)
+{
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    if (text.empty() || end != text.c_str() + text.size() || !std::isfinite(value) || value < min ||
+        value > max)
+    {
+        throw std::invalid_argument(option + " takes a number from " +
+                                    std::to_string(static_cast<long>(min)) + " to " +
+                                    std::to_string(static_cast<long>(max)) + ", not '" + text + "'");
+    }
+    return value;
+}
+
+/// Bounds a process's stop: disposal waits for a send that the worker retries and for a delivery in
+/// progress, and neither has a limit of its own. If the stop isn't done within `limit`, one line says
+/// what is given up and the process ends with 1.
+class StopWatchdog
+{
+public:
+    StopWatchdog(std::string program, std::chrono::milliseconds limit)
+        : thread(
+              [this, program = std::move(program), limit]
+              {
+                  std::unique_lock<std::mutex> lock(mutex);
+                  if (!ended.wait_for(lock, limit, [this] { return done; }))
+                  {
+                      std::cerr << program << ": stopping took longer than " << limit.count()
+                                << " ms; the notifications still queued or in retry are dropped" << std::endl;
+                      std::_Exit(1);
+                  }
+              })
+    {
+    }
+    StopWatchdog(const StopWatchdog&) = delete;
+    StopWatchdog& operator=(const StopWatchdog&) = delete;
+    ~StopWatchdog()
+    {
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            done = true;
+        }
+        ended.notify_one();
+        thread.join();
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable ended;
+    bool done = false;
+    std::thread thread;
 };
 
 /// Blocks the stop signals in this thread and every thread it starts later, so that one thread can wait

@@ -27,6 +27,7 @@ using Kiv::System::Nm::Internal::NotificationManagerSetup;
 const char* const usage =
     "usage: kivnm-host --name NAME [--broker] [--settings FILE] [--system NAME] [--endpoints DIR]\n"
     "                  [--policy FILE] [--start-after SECONDS | --start-on-signal]\n"
+    "                  [--call-time-limit MS] [--stop-limit SECONDS]\n"
     "  --name NAME        the process's name, unique in its system (its dispatcher is published under it)\n"
     "  --broker           this is the main process: it holds the broker\n"
     "  --settings FILE    queue lengths (XML); default: built-in lengths\n"
@@ -36,7 +37,11 @@ const char* const usage =
     "  --policy FILE      who may call the public service, and the internal ones besides this user and\n"
     "                     root (XML); default: this user and root\n"
     "  --start-after S    start delivering S seconds after set-up (default 2; broker only)\n"
-    "  --start-on-signal  start delivering on SIGUSR1 instead\n";
+    "  --start-on-signal  start delivering on SIGUSR1 instead\n"
+    "  --call-time-limit MS  the longest a call to another process may take (default 10000); a stopped\n"
+    "                     or hung subscriber holds delivery up for this long\n"
+    "  --stop-limit S     on SIGINT/SIGTERM, give up stopping cleanly after S seconds (default 10)\n"
+    "  --help             this text\n";
 
 struct Options
 {
@@ -45,7 +50,10 @@ struct Options
     std::string settings;
     std::string policy;
     std::optional<double> startAfter = 2.0;
+    std::chrono::milliseconds callTimeLimit{10000};
+    std::chrono::milliseconds stopLimit{10000};
     KivTools::SystemOptions system;
+    bool help = false;
 };
 
 Options Parse(int argc, char** argv)
@@ -84,7 +92,22 @@ Options Parse(int argc, char** argv)
         }
         else if (arg == "--start-after")
         {
-            options.startAfter = std::stod(value());
+            options.startAfter = KivTools::ParseNumber(arg, value(), 0, 86400);
+        }
+        else if (arg == "--call-time-limit")
+        {
+            options.callTimeLimit =
+                std::chrono::milliseconds(static_cast<long>(KivTools::ParseNumber(arg, value(), 1, 3600000)));
+        }
+        else if (arg == "--stop-limit")
+        {
+            options.stopLimit = std::chrono::milliseconds(
+                static_cast<long>(1000 * KivTools::ParseNumber(arg, value(), 1, 3600)));
+        }
+        else if (arg == "--help" || arg == "-h")
+        {
+            options.help = true;
+            return options;
         }
         else if (arg == "--start-on-signal")
         {
@@ -115,11 +138,17 @@ int main(int argc, char** argv)
         std::cerr << "kivnm-host: " << e.what() << "\n" << usage;
         return 2;
     }
+    if (options.help)
+    {
+        std::cout << usage;
+        return 0;
+    }
 
     const sigset_t signals = KivTools::BlockStopSignals();
     std::unique_ptr<Kiv::System::Tul::TulPolicyAuthorizator> policy;
     try
     {
+        options.system.callTimeLimit = options.callTimeLimit;
         options.system.Apply();
         if (!options.policy.empty())
         {
@@ -137,18 +166,38 @@ int main(int argc, char** argv)
             Kiv::System::Tul::ServiceManager::SetInternalAuthorizator(&policy->GetInternalAuthorizator());
         }
         Kiv::System::Commons::AppDomain::Create(options.name.c_str());
+        const auto settings =
+            NotificationManagerSetup::LoadSettingsFromFile(Kiv::String(options.settings.c_str()));
+        // The settings take any length; a queue is allocated whole, and a wrapped "-1" would not fit.
+        constexpr std::uint32_t maxQueueLength = 1u << 20;
+        for (const std::uint32_t length : {settings.GetNotificationBrokerQueueLength(),
+                                           settings.GetNonBlockingNotificationSendingProxyQueueLength()})
+        {
+            if (length > maxQueueLength)
+            {
+                throw std::invalid_argument("a queue length of " + std::to_string(length) + " in " +
+                                            options.settings + " is more than " +
+                                            std::to_string(maxQueueLength));
+            }
+        }
         if (options.broker)
         {
-            NotificationManagerSetup::SetupWithNotificationBroker(Kiv::String(options.settings.c_str()));
+            NotificationManagerSetup::SetupWithNotificationBroker(settings);
         }
         else
         {
-            NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(options.settings.c_str()));
+            NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
         }
     }
     catch (const Kiv::Exception& e)
     {
         std::cerr << "kivnm-host: set-up failed: " << e.GetMessage() << "\n";
+        Kiv::System::Tul::ServiceManager::Shutdown();
+        return 1;
+    }
+    catch (const std::exception& e)
+    {
+        std::cerr << "kivnm-host: set-up failed: " << e.what() << "\n";
         Kiv::System::Tul::ServiceManager::Shutdown();
         return 1;
     }
@@ -181,9 +230,12 @@ int main(int argc, char** argv)
     }
 
     KivTools::NotifyStopping();
-    NotificationManagerSetup::Dispose();
-    Kiv::System::Commons::AppDomain::Dispose();
-    Kiv::System::Tul::ServiceManager::Shutdown();
+    {
+        KivTools::StopWatchdog watchdog("kivnm-host", options.stopLimit);
+        NotificationManagerSetup::Dispose();
+        Kiv::System::Commons::AppDomain::Dispose();
+        Kiv::System::Tul::ServiceManager::Shutdown();
+    }
     Kiv::System::Tul::ServiceManager::SetAuthorizator(nullptr);
     Kiv::System::Tul::ServiceManager::SetInternalAuthorizator(nullptr);
     std::cout << "stopped" << std::endl;

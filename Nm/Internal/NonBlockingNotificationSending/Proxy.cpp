@@ -36,6 +36,16 @@ Proxy::Proxy(INotificationSending& notificationSending, unsigned int queueLength
 
 Proxy::~Proxy()
 {
+    Stop();
+}
+
+void Proxy::Stop() noexcept
+{
+    if (stopped)
+    {
+        return;
+    }
+    stopped = true;
     const std::uint32_t dropped = queue.RequestStop();
     Log(LogLevel::Info, "Thread {} stops; {} queued records are dropped without running.", thread.GetName(),
         dropped);

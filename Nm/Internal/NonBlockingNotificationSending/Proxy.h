@@ -43,6 +43,9 @@ public:
     /// Stops the worker after the record it is running, if any, and drops what is still queued. Nobody
     /// may call the proxy any more once this has begun.
     ~Proxy() override;
+    /// What the destructor does, ahead of it: the owner stops the worker while everything that a record
+    /// being run still uses is there. Waits for a send in retry. Once is enough; later calls return.
+    void Stop() noexcept;
 
     Future<NotificationNameId> NonBlockingRegisterNotification(const String& notificationName,
                                                                const String& senderName, Severity severity,
@@ -91,5 +94,6 @@ private:
     INotificationSending& notificationSending;
     ThreadSafeRingBuffer<FunctionCallVariant> queue;
     Commons::Threading::Thread thread;
+    bool stopped = false;
 };
 }  // namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending

@@ -14,8 +14,12 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulCallerIdentity.h>
 
+#include <cerrno>
 #include <memory>
+
+#include <unistd.h>
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
@@ -30,6 +34,24 @@ void Publish()
     Tul::ServiceManager::PublishService(factory.GetServiceProviderName().c_str(),
                                         TProxyFactory::GetInstance().GetServiceName(), factory);
 }
+
+/// The process that makes the call being served, by the kernel's word; 0 for this process itself.
+pid_t RemoteCallerPid()
+{
+    const pid_t pid = Tul::TulCallerIdentity::GetCurrent().pid;
+    return pid == getpid() ? 0 : pid;
+}
+
+template <class TIds>
+String JoinIds(const TIds& ids)
+{
+    String text;
+    for (const auto& id : ids)
+    {
+        text += String::Format(text.empty() ? "{0}" : ", {0}", id);
+    }
+    return text;
+}
 }  // namespace
 
 NotificationBroker::NotificationBroker(std::uint32_t queueLength)
@@ -37,12 +59,17 @@ NotificationBroker::NotificationBroker(std::uint32_t queueLength)
       brokerThread(registrationManager.GetNotificationNames(), dispatcherManager.GetDispatcherRepository(),
                    dispatcherManager.GetDispatchTable(), notificationQueue),
       ownNotifications(GetLogger()),
-      subscriptionState(SubscriptionState::Relaxed(registrationManager, ownNotifications))
+      subscriptionState(SubscriptionState::Relaxed(registrationManager, ownNotifications)),
+      departures([this](pid_t pid) { OnProcessDeparted(pid); })
 {
     PublishServices();
 }
 
-NotificationBroker::~NotificationBroker() = default;
+NotificationBroker::~NotificationBroker()
+{
+    std::unique_lock<std::shared_mutex> lock(stopMutex);
+    stopping = true;
+}
 
 void NotificationBroker::LazyInitialization() const
 {
@@ -72,19 +99,29 @@ NotificationNameId NotificationBroker::RegisterNotification(const String& notifi
     LazyInitialization();
     EnsurePayloadTypeIdIsValid("payloadTypeId", payloadTypeId);
     EnsurePayloadTypeIdIsKnown("payloadTypeId", payloadTypeId);
-    return registrationManager.RegisterNotification(notificationName, senderName, severity, payloadTypeId);
+    const NotificationNameId id =
+        registrationManager.RegisterNotification(notificationName, senderName, severity, payloadTypeId);
+    NoteHolding(senderName, NotificationDispatcherId(0), id);
+    return id;
 }
 
 void NotificationBroker::UnregisterNotification(NotificationNameId notificationNameId)
 {
     LazyInitialization();
     registrationManager.UnregisterNotification(notificationNameId);
+    DropHolding(NotificationDispatcherId(0), notificationNameId);
 }
 
 NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                                     const std::vector<TulVariant<512>>& payload)
 {
     LazyInitialization();
+    std::shared_lock<std::shared_mutex> lock(stopMutex);
+    if (stopping)
+    {
+        throw InvalidOperationException(
+            "NotificationBroker: the broker is stopping and accepts no notification");
+    }
     registrationManager.EnsureNotificationNameIdIsRegistered("notificationNameId", notificationNameId,
                                                              "You cannot send a notification using it.");
     const NotificationRegistrationInfo registration =
@@ -162,13 +199,136 @@ std::uint64_t NotificationBroker::GetNumberOfSubmittedNotifications() const
 NotificationDispatcherId NotificationBroker::RegisterDispatcher(const String& dispatcherName)
 {
     LazyInitialization();
-    return dispatcherManager.RegisterDispatcher(dispatcherName);
+    const pid_t pid = RemoteCallerPid();
+    if (pid == 0)
+    {
+        return dispatcherManager.RegisterDispatcher(dispatcherName);
+    }
+    const NotificationDispatcherId id = dispatcherManager.RegisterDispatcher(dispatcherName, pid);
+    NoteHolding(dispatcherName, id, NotificationNameId(0));
+    return id;
 }
 
 void NotificationBroker::UnregisterDispatcher(NotificationDispatcherId dispatcherId)
 {
     LazyInitialization();
     dispatcherManager.UnregisterDispatcher(dispatcherId);
+    DropHolding(dispatcherId, NotificationNameId(0));
+}
+
+std::size_t NotificationBroker::CountWatchedProcesses() const
+{
+    return departures.Count();
+}
+
+void NotificationBroker::NoteHolding(const String& processName, NotificationDispatcherId dispatcherId,
+                                     NotificationNameId registration)
+{
+    const pid_t pid = RemoteCallerPid();
+    if (pid == 0)
+    {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(holdingsMutex);
+        if (NoteHoldingOf(pid, processName, dispatcherId, registration))
+        {
+            return;
+        }
+    }
+    // It ended while its call was served: what it just made goes at once.
+    OnProcessDeparted(pid);
+}
+
+bool NotificationBroker::NoteHoldingOf(pid_t pid, const String& processName,
+                                       NotificationDispatcherId dispatcherId, NotificationNameId registration)
+{
+    Holdings& held = holdings[pid];
+    // A dispatcher's name is its process's; a sender's name stands in until the dispatcher registers.
+    if (dispatcherId != NotificationDispatcherId(0) || held.processName.empty())
+    {
+        held.processName = processName;
+    }
+    if (dispatcherId != NotificationDispatcherId(0))
+    {
+        held.dispatchers.insert(dispatcherId);
+    }
+    if (registration != NotificationNameId(0))
+    {
+        held.registrations.insert(registration);
+    }
+    if (departures.Watch(pid))
+    {
+        return true;
+    }
+    if (errno == ESRCH)
+    {
+        return false;
+    }
+    // Not to be watched (no pidfds here): what it holds stays, as it did before processes were watched.
+    holdings.erase(pid);
+    return true;
+}
+
+void NotificationBroker::DropHolding(NotificationDispatcherId dispatcherId, NotificationNameId registration)
+{
+    std::lock_guard<std::mutex> lock(holdingsMutex);
+    for (auto held = holdings.begin(); held != holdings.end(); ++held)
+    {
+        if (held->second.dispatchers.erase(dispatcherId) + held->second.registrations.erase(registration) !=
+            0)
+        {
+            if (held->second.Empty())
+            {
+                departures.Forget(held->first);
+                holdings.erase(held);
+            }
+            return;
+        }
+    }
+}
+
+void NotificationBroker::OnProcessDeparted(pid_t pid)
+{
+    Holdings held;
+    {
+        std::lock_guard<std::mutex> lock(holdingsMutex);
+        const auto found = holdings.find(pid);
+        if (found == holdings.end())
+        {
+            return;
+        }
+        held = std::move(found->second);
+        holdings.erase(found);
+    }
+    // As a clean leave would: each table is changed on its own, and what is gone already is passed over.
+    std::size_t rows = 0;
+    for (const NotificationDispatcherId id : held.dispatchers)
+    {
+        rows += dispatcherManager.RemoveDispatcher(id);
+    }
+    std::vector<String> names;
+    for (const NotificationNameId id : held.registrations)
+    {
+        try
+        {
+            if (registrationManager.GetNotificationRegistration(id).GetStatus() ==
+                NotificationRegistrationStatus::Registered)
+            {
+                registrationManager.UnregisterNotification(id);
+                names.push_back(registrationManager.GetNotificationName(id));
+            }
+        }
+        catch (const Exception& e)
+        {
+            Log(LogLevel::Error, "Could not unregister notification {0} of departed process {1}: {2}", id,
+                pid, e.ToString());
+        }
+    }
+    Log(LogLevel::Warning,
+        "Process {0} ('{1}') left without unregistering; removed dispatcher [{2}] with {3} dispatch rows "
+        "and the registrations [{4}]",
+        pid, held.processName, JoinIds(held.dispatchers), rows, JoinIds(names));
 }
 
 void NotificationBroker::RegisterNotificationDispatch(NotificationNameId notificationNameId,

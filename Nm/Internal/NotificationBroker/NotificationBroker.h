@@ -3,6 +3,7 @@
 #include <Nm/AppDomainSingleton.h>
 #include <Nm/INotificationManagerInfo.h>
 #include <Nm/INotificationSending.h>
+#include <Nm/Internal/NotificationBroker/DepartureWatcher.h>
 #include <Nm/Internal/NotificationBroker/INotificationDispatcherManager.h>
 #include <Nm/Internal/NotificationBroker/IdGenerator.h>
 #include <Nm/Internal/NotificationBroker/NotificationBrokerThread.h>
@@ -21,6 +22,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
+#include <mutex>
+#include <set>
+#include <shared_mutex>
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
@@ -38,7 +43,7 @@ public:
     explicit NotificationBroker(std::uint32_t queueLength);
     NotificationBroker(const NotificationBroker&) = delete;
     NotificationBroker& operator=(const NotificationBroker&) = delete;
-    /// Delivers what is queued, if the thread runs, before any table goes.
+    /// Refuses sends from its start; delivers what is queued, if the thread runs, before any table goes.
     ~NotificationBroker() override;
 
     NotificationNameId RegisterNotification(const String& notificationName, const String& senderName,
@@ -78,7 +83,27 @@ public:
     void SetSubscriptionStateChecked();
     void SetSubscriptionStateRelaxed();
 
+    /// How many other processes hold something here and are watched for their end.
+    std::size_t CountWatchedProcesses() const;
+
 private:
+    /// What one other process registered here: removed when it ends without having removed it.
+    struct Holdings
+    {
+        String processName;
+        std::set<NotificationDispatcherId> dispatchers;
+        std::set<NotificationNameId> registrations;
+        bool Empty() const { return dispatchers.empty() && registrations.empty(); }
+    };
+
+    void NoteHolding(const String& processName, NotificationDispatcherId dispatcherId,
+                     NotificationNameId registration);
+    /// Under holdingsMutex; false if the process has ended already.
+    bool NoteHoldingOf(pid_t pid, const String& processName, NotificationDispatcherId dispatcherId,
+                       NotificationNameId registration);
+    void DropHolding(NotificationDispatcherId dispatcherId, NotificationNameId registration);
+    void OnProcessDeparted(pid_t pid);
+
     void LazyInitialization() const;
     void PublishServices() const;
     void WarnAboutSubscriptionsToNotRegisteredNotifications();
@@ -88,6 +113,13 @@ private:
     SubscriptionState& GetSubscriptionState() const;
 
     mutable std::atomic_flag ownNotificationsInitialized = ATOMIC_FLAG_INIT;
+    // From the destructor's start no send is taken: every id handed out belongs to a notification that
+    // lies ahead of the thread's stop marker. Sends hold it shared from their check to their push.
+    std::shared_mutex stopMutex;
+    bool stopping = false;
+    // Before the tables: the own notifications' registrations go through it when they are disposed.
+    mutable std::mutex holdingsMutex;
+    std::map<pid_t, Holdings> holdings;
     NotificationRegistrationManager registrationManager;
     IdGenerator<NotificationId> notificationIdGenerator;
     NotificationDispatcherManager dispatcherManager;
@@ -98,5 +130,7 @@ private:
     // Mutable: the lazy initialization of every const query registers them.
     mutable OwnNotifications ownNotifications;
     StateHolder<SubscriptionState> subscriptionState;
+    // Last: it goes first, so no departure is handled while the tables go.
+    DepartureWatcher departures;
 };
 }  // namespace Kiv::System::Nm::Internal::NotificationBroker

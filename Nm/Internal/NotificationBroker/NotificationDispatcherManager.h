@@ -8,6 +8,8 @@
 
 #include <memory>
 
+#include <sys/types.h>
+
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
 /// Owns the dispatcher table and the dispatch table. The two are linked only by the dispatcher id, and
@@ -20,6 +22,11 @@ public:
 
     /// Fetches the dispatcher's service under its name, then gives it an id.
     NotificationDispatcherId RegisterDispatcher(const String& dispatcherName) override;
+    /// As above, for the dispatcher of process `pid`: a delivery that failed is tried on a connection
+    /// fetched anew next time, unless that process is stopped, which is told at once without a call.
+    NotificationDispatcherId RegisterDispatcher(const String& dispatcherName, pid_t pid);
+    /// The dispatcher of a process that has gone, with all its dispatch rows; returns how many rows.
+    std::size_t RemoveDispatcher(NotificationDispatcherId dispatcherId);
     /// The dispatch rows of the dispatcher stay.
     void UnregisterDispatcher(NotificationDispatcherId dispatcherId) override;
     /// Doing it twice is harmless.
@@ -39,6 +46,8 @@ public:
     GetNotificationDispatcherService(const String& dispatcherName);
 
 private:
+    NotificationDispatcherId Fresh(NotificationDispatcherId id);
+
     NotificationDispatcherRepository dispatchers;
     NotificationDispatchingRepository dispatchTable;
 };

@@ -17,9 +17,34 @@ NotificationDispatcherId NotificationDispatcherRepository::Add(const String& nam
     {
         OnAddDuplicate(entry);
     }
-    const NotificationDispatcherId id = idGenerator.Next();
+    NotificationDispatcherId id = idGenerator.Next();
+    if (id == NotificationDispatcherId(0))
+    {
+        id = NextFreeId();
+    }
     container.emplace(id, std::move(entry));
     return id;
+}
+
+NotificationDispatcherId NotificationDispatcherRepository::NextFreeId()
+{
+    // Once all 16-bit ids were handed out, those of dispatchers that left are given again, in turn from
+    // the last one given, so that a system that runs for years keeps taking processes in. An id given
+    // again has no dispatch rows: the manager removes what its former holder left.
+    constexpr std::uint32_t count = UINT16_MAX;
+    for (std::uint32_t step = 1; step <= count; ++step)
+    {
+        const NotificationDispatcherId candidate(
+            static_cast<std::uint16_t>((lastReused.GetValue() + step - 1) % count + 1));
+        if (container.find(candidate) == container.end())
+        {
+            lastReused = candidate;
+            return candidate;
+        }
+    }
+    throw InvalidOperationException(
+        "NotificationDispatcherRepository: all {0} dispatcher ids are in use; no further process can join",
+        count);
 }
 
 void NotificationDispatcherRepository::Remove(NotificationDispatcherId id)

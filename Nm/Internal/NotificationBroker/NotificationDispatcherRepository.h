@@ -40,6 +40,8 @@ public:
 
     NotificationDispatcherRepository();
 
+    /// A new id, from 1 upward; once the ids are used up, one of a dispatcher that has left. Raises
+    /// InvalidOperationException when every id is in use.
     NotificationDispatcherId Add(const String& name, ServicePointer service);
     void Remove(NotificationDispatcherId id);
     bool Contains(NotificationDispatcherId id) const;
@@ -62,7 +64,9 @@ public:
 
 private:
     const RepositoryEntry& GetEntry(NotificationDispatcherId id) const;
+    NotificationDispatcherId NextFreeId();
 
     mutable Commons::Threading::Mutex mutex;
+    NotificationDispatcherId lastReused{0};
 };
 }  // namespace Kiv::System::Nm::Internal::NotificationBroker

@@ -55,6 +55,25 @@ NotificationDispatchingRepository::Matches NotificationDispatchingRepository::Ge
     return matches;
 }
 
+std::size_t NotificationDispatchingRepository::RemoveAll(NotificationDispatcherId dispatcherId)
+{
+    Mutex::ScopedLock lock(mutex);
+    std::size_t removed = 0;
+    for (auto row = rows.begin(); row != rows.end();)
+    {
+        if (row->second == dispatcherId)
+        {
+            row = rows.erase(row);
+            ++removed;
+        }
+        else
+        {
+            ++row;
+        }
+    }
+    return removed;
+}
+
 std::optional<NotificationDispatchingRepository::Rows::const_iterator>
 NotificationDispatchingRepository::Find(NotificationNameId nameId,
                                         NotificationDispatcherId dispatcherId) const

@@ -27,6 +27,8 @@ public:
     bool Contains(NotificationNameId nameId) const;
     bool Contains(NotificationNameId nameId, NotificationDispatcherId dispatcherId) const;
     Matches GetMatches(const std::vector<NotificationNameId>& nameIds) const;
+    /// Erases every row of the dispatcher, one whose process has gone; returns how many there were.
+    std::size_t RemoveAll(NotificationDispatcherId dispatcherId);
 
     [[noreturn]] static void OnAddDuplicate(NotificationNameId nameId, NotificationDispatcherId dispatcherId);
     [[noreturn]] static void OnRemoveUnknown(NotificationNameId nameId,

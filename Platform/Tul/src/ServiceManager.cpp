@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -41,6 +43,9 @@ struct Transport
     std::unique_ptr<TulServer> server;
     /// The working connection to each provider.
     std::map<std::string, TulClient*> clients;
+    /// A duplicate of each working connection's socket, to see that its provider has gone without
+    /// touching the client's own descriptor, which the client may close at any time.
+    std::map<TulClient*, int> watchFds;
     /// Every connection ever made: a proxy refers to its client by reference and may outlive Shutdown, so
     /// a client object stays, without socket or buffers, until the process ends.
     std::vector<std::unique_ptr<TulClient>> allClients;
@@ -79,6 +84,32 @@ bool IsServedHere(int fd)
     return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) == 0 && peer.pid == getpid();
 }
 
+/// Lets go of the connections that failed or whose provider has gone (the peer hung up), so that a process
+/// that left costs no descriptor here and the next call to its provider connects anew. The client objects
+/// stay, without socket or buffers: proxies may still refer to them. Under the transport's mutex.
+void DropDeadClients(Transport& transport)
+{
+    for (auto entry = transport.clients.begin(); entry != transport.clients.end();)
+    {
+        TulClient* client = entry->second;
+        const auto watch = transport.watchFds.find(client);
+        pollfd peer{watch != transport.watchFds.end() ? watch->second : -1, POLLRDHUP, 0};
+        const bool hungUp = peer.fd >= 0 && poll(&peer, 1, 0) > 0 && peer.revents != 0;
+        if (!client->IsBroken() && !hungUp)
+        {
+            ++entry;
+            continue;
+        }
+        Internal::TulClientAccess::Get(*client).Close("the provider has gone");
+        if (watch != transport.watchFds.end())
+        {
+            close(watch->second);
+            transport.watchFds.erase(watch);
+        }
+        entry = transport.clients.erase(entry);
+    }
+}
+
 /// The working client for `providerName`, connected now if there is none; null if it can't be reached.
 /// `fresh` tells whether it was made now.
 TulClient* GetClient(const String& providerName, bool& fresh)
@@ -91,6 +122,7 @@ TulClient* GetClient(const String& providerName, bool& fresh)
         {
             return nullptr;
         }
+        DropDeadClients(transport);
         const auto found = transport.clients.find(providerName);
         if (found != transport.clients.end() && !found->second->IsBroken())
         {
@@ -109,21 +141,43 @@ TulClient* GetClient(const String& providerName, bool& fresh)
         }
         return nullptr;
     }
+    const int watchFd = fcntl(fd, F_DUPFD_CLOEXEC, 0);
     auto client =
         Internal::TulClientAccess::Make(std::make_unique<TulClient::Impl>(providerName, fd, settings));
     std::lock_guard<std::mutex> lock(transport.mutex);
     if (transport.closing)
     {
+        if (watchFd >= 0)
+        {
+            close(watchFd);
+        }
         return nullptr;
     }
     TulClient*& slot = transport.clients[providerName];
     if (slot != nullptr && !slot->IsBroken())
     {
+        if (watchFd >= 0)
+        {
+            close(watchFd);
+        }
         fresh = false;
         return slot;
     }
+    if (slot != nullptr)
+    {
+        const auto watch = transport.watchFds.find(slot);
+        if (watch != transport.watchFds.end())
+        {
+            close(watch->second);
+            transport.watchFds.erase(watch);
+        }
+    }
     transport.allClients.push_back(std::move(client));
     slot = transport.allClients.back().get();
+    if (watchFd >= 0)
+    {
+        transport.watchFds[slot] = watchFd;
+    }
     fresh = true;
     return slot;
 }
@@ -204,6 +258,11 @@ void StopTransport(bool withAuthorizator) noexcept
             open.push_back(client);
         }
         transport.clients.clear();
+        for (const auto& [client, fd] : transport.watchFds)
+        {
+            close(fd);
+        }
+        transport.watchFds.clear();
     }
     // Clients first: a server thread in a call to another process is woken by it.
     for (TulClient* client : open)

@@ -1,6 +1,7 @@
 // The tables of the broker (names, payload types, registration rows, dispatch rows, and the registration
 // manager that validates before it changes names and rows) and the dispatcher's subscription table.
 
+#include <Nm/Internal/NotificationBroker/NotificationDispatcherRepository.h>
 #include <Nm/Internal/NotificationBroker/NotificationDispatchingRepository.h>
 #include <Nm/Internal/NotificationBroker/NotificationNameRepository.h>
 #include <Nm/Internal/NotificationBroker/NotificationRegistrationManager.h>
@@ -81,6 +82,47 @@ TEST(NotificationNameRepositoryTest, ADeepNameMakesItsAncestorsFirstAndTheTables
     });
     EXPECT_EQ(names.AddOrGetId("A"), NotificationNameId(1));
     EXPECT_EQ(names.Add("X"), NotificationNameId(4)) << "neither a refusal nor a look-up uses up an id";
+}
+
+namespace
+{
+/// A dispatcher table that can be brought to the end of its ids without 65,535 joins.
+struct DispatcherTable : NotificationDispatcherRepository
+{
+    void UseIdsUpTo(std::uint16_t last)
+    {
+        while (idGenerator.Next() != NotificationDispatcherId(last))
+        {
+        }
+    }
+    void Occupy(std::uint16_t id)
+    {
+        container.emplace(NotificationDispatcherId(id), RepositoryEntry{"held", nullptr});
+    }
+};
+}  // namespace
+
+TEST(NotificationDispatcherRepositoryTest,
+     OnceTheIdsAreUsedUpThoseOfDepartedDispatchersComeAgainUntilNoneIsFree)
+{
+    DispatcherTable table;
+    EXPECT_EQ(table.Add("first", nullptr), NotificationDispatcherId(1));
+    table.UseIdsUpTo(65534);
+    EXPECT_EQ(table.Add("last", nullptr), NotificationDispatcherId(65535));
+    // 1 is held; 2 to 65534 were never given, 65535 is held: 2 comes first, then onwards in turn.
+    EXPECT_EQ(table.Add("again", nullptr), NotificationDispatcherId(2));
+    EXPECT_EQ(table.Add("again too", nullptr), NotificationDispatcherId(3));
+    table.Remove(NotificationDispatcherId(1));
+    for (std::uint16_t id = 4; id < 65535; ++id)
+    {
+        table.Occupy(id);
+    }
+    EXPECT_EQ(table.Add("into a departed one's id", nullptr), NotificationDispatcherId(1));
+    EXPECT_THAT(
+        [&] { table.Add("one too many", nullptr); },
+        ThrowsMessage<Kiv::InvalidOperationException>(
+            "NotificationDispatcherRepository: all 65535 dispatcher ids are in use; no further process "
+            "can join"));
 }
 
 TEST(PayloadTypeRepositoryTest, AskingIsRegisteringUntilTheIdsRunOut)

@@ -7,6 +7,7 @@
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistration.h>
+#include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/NotificationSubscriber.h>
 #include <Nm/StringPayload.h>
 
@@ -63,7 +64,9 @@ std::string Resources()
         sockets += fs::read_symlink(fd.path(), error).string().rfind("socket:", 0) == 0 ? 1 : 0;
     }
     const auto threads = std::distance(fs::directory_iterator("/proc/self/task"), fs::directory_iterator());
-    return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets);
+    const auto fds = std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+    return "threads=" + std::to_string(threads) + " sockets=" + std::to_string(sockets) +
+           " fds=" + std::to_string(fds);
 }
 
 class Probe
@@ -181,6 +184,39 @@ public:
             }
             return "ok refused=" + std::to_string(refused);
         }
+        else if (command == "burst")
+        {
+            // Sends numbered notifications until `rest` are sent or a send fails: how many ids came back
+            // and the first failure. Numbered by the accepted ones, as flood does.
+            long accepted = 0;
+            long refused = 0;
+            std::string failure = "none";
+            try
+            {
+                for (long i = 0; i < std::stol(rest); ++i)
+                {
+                    const auto text = processName + " " + std::to_string(accepted);
+                    registrations.at(name).SendNotification(StringPayload(text.c_str())) != NotificationId(0)
+                        ? ++accepted
+                        : ++refused;
+                }
+            }
+            catch (const std::exception& e)
+            {
+                failure = Describe(e);
+            }
+            return "ok accepted=" + std::to_string(accepted) + " refused=" + std::to_string(refused) +
+                   " failure=" + failure;
+        }
+        else if (command == "nbsend")
+        {
+            // Through the non-blocking path; a send that the broker refuses for a full queue is retried by
+            // the worker until it goes through.
+            const auto future = Manager().NonBlockingSendNotification(
+                registrations.at(name).GetNotificationNameId(), Kiv::DateTime::GetUtcNow(),
+                StringPayload(rest.c_str()));
+            return future.IsValid() ? "ok" : "error refused";
+        }
         else if (command == "send")
         {
             // To a registered name, or else to the raw name id given.
@@ -191,6 +227,15 @@ public:
                                               .SendNotification(id, Kiv::DateTime::GetUtcNow(),
                                                                 StringPayload(rest.c_str()))
                                               .GetValue());
+        }
+        else if (command == "status")
+        {
+            // The registration status of a name, as the broker has it.
+            std::ostringstream status;
+            status << Manager()
+                          .GetNotificationRegistration(Manager().GetNotificationNameId(name.c_str()))
+                          .GetStatus();
+            return "ok " + status.str();
         }
         else if (command == "start")
         {
