@@ -909,7 +909,7 @@ int main(int argc, char** argv)
             result = 1;
         }
     }
-    KivTools::LeaveSystem();
+    KivTools::LeaveSystem("kivnm-bridge");
     mosquitto_lib_cleanup();
     return result;
 }

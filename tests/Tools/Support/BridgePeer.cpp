@@ -100,7 +100,7 @@ int main(int argc, char** argv)
 {
     KivTools::SystemOptions system;
     std::map<std::string, std::string> options{{"--name", "Peer"}};
-    if (!KivTools::ParseOptions(argc, argv, system, options,
+    if (!KivTools::ParseOptions(argc, argv, system, options, "BridgePeer",
                                 "usage: BridgePeer --system S --endpoints D --name N\n") ||
         !KivTools::JoinSystem(system, options["--name"], "BridgePeer"))
     {
@@ -178,6 +178,6 @@ int main(int argc, char** argv)
         }
         manager.UnsubscribeFromAll(&printer);
     }
-    KivTools::LeaveSystem();
+    KivTools::LeaveSystem("BridgePeer");
     return 0;
 }
