@@ -164,9 +164,11 @@ protected:
     ChildProcess& Bridge(const std::string& name, const std::string& settings)
     {
         return Keep(std::make_unique<ChildProcess>(
-            "/bin/sh", std::vector<std::string>{"-c", std::string("exec ") + KIVNM_BRIDGE + " --settings " +
-                                                          settings + " --system " + system + name +
-                                                          " --endpoints " + directory + " 2>>" + Log(name)}));
+            "/bin/sh",
+            std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_BRIDGE +
+                                               " --settings " + settings + " --system " + system + name +
+                                               " --endpoints " + directory + " 2>>" + Log(name)},
+            std::nullopt, false, true));
     }
 
     std::string Log(const std::string& name) const { return directory + "/bridge-" + name + ".log"; }

@@ -88,9 +88,11 @@ protected:
         log = directory + "/broker.log";
         const std::string options = " --system " + system + " --endpoints " + directory;
         broker = std::make_unique<ChildProcess>(
-            "/bin/sh", std::vector<std::string>{
-                           "-c", std::string("exec ") + KIVNM_HOST + " --name Main --broker" + options +
-                                     (policy.empty() ? "" : " --policy " + policy) + " 2>" + log});
+            "/bin/sh",
+            std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
+                                               " --name Main --broker" + options +
+                                               (policy.empty() ? "" : " --policy " + policy) + " 2>" + log},
+            std::nullopt, false, true);
         ASSERT_EQ(broker->ReadLine(), "ready");
         component = std::make_unique<ChildProcess>(
             KIVNM_HOST,
@@ -116,8 +118,9 @@ protected:
     std::string List()
     {
         int exitCode = 0;
-        const std::string names = RunShell(
-            std::string(KIVNM_CLI) + " --system " + system + " --endpoints " + directory + " list", exitCode);
+        const std::string names = RunShell(Kiv::Testing::EmulatorPrefix() + KIVNM_CLI + " --system " +
+                                               system + " --endpoints " + directory + " list",
+                                           exitCode);
         EXPECT_EQ(exitCode, 0) << names;
         return names;
     }
@@ -155,6 +158,8 @@ struct InternalAttack
     const char* name;
     const char* operation;
     std::function<void()> attack;
+    // Named in ctest's listing by the test name alone.
+    friend void PrintTo(const InternalAttack& attack, std::ostream* out) { *out << attack.name; }
 };
 
 template <class TService, class TProxyFactory>
@@ -249,10 +254,10 @@ TEST_F(KivNmSecurityTest, APolicyGrantingAnOperationThePublicServiceLacksStopsTh
         << "<TulPolicy>\n  <Grant operations=\"SendNotificaton\" users=\"65534\"/>\n</TulPolicy>\n";
     int exitCode = 0;
     // A host that took the policy would serve until stopped: the time limit ends it.
-    const std::string output =
-        RunShell("timeout 20 " + std::string(KIVNM_HOST) + " --name Main --broker --system " + system +
-                     " --endpoints " + directory + " --policy " + policy,
-                 exitCode);
+    const std::string output = RunShell("timeout 20 " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
+                                            " --name Main --broker --system " + system + " --endpoints " +
+                                            directory + " --policy " + policy,
+                                        exitCode);
     EXPECT_EQ(exitCode, 1) << output;
     EXPECT_THAT(output, HasSubstr(policy + "(2): Unknown operation 'SendNotificaton'"));
 }
@@ -286,8 +291,9 @@ TEST_F(KivNmSecurityTest, RootsToolsRefuseABrokerThatAStrangerStartedFirst)
                           Kiv::Testing::strangerUid);
     ASSERT_EQ(impostor.ReadLine(), "ready");
     int exitCode = 0;
-    const std::string output = RunShell(
-        std::string(KIVNM_CLI) + " --system " + system + " --endpoints " + endpoints + " list", exitCode);
+    const std::string output = RunShell(Kiv::Testing::EmulatorPrefix() + KIVNM_CLI + " --system " + system +
+                                            " --endpoints " + endpoints + " list",
+                                        exitCode);
     EXPECT_EQ(exitCode, 1);
     EXPECT_THAT(output, HasSubstr("is in a directory of uid 65534, which this process doesn't trust"));
 }

@@ -246,7 +246,7 @@ TEST_F(KivNmToolsTest, WrongCommandLinesAreToldInOneLineWithCodeTwoAndHelpWorksE
     };
     for (const auto& [program, args, message] : rows)
     {
-        std::string command = program;
+        std::string command = Kiv::Testing::EmulatorPrefix() + program;
         for (const auto& arg : args)
         {
             command += " '" + arg + "'";
@@ -257,7 +257,9 @@ TEST_F(KivNmToolsTest, WrongCommandLinesAreToldInOneLineWithCodeTwoAndHelpWorksE
     }
     for (const std::string program : {KIVNM_HOST, KIVNM_CLI, DEMO_SENSOR, DEMO_MONITOR})
     {
-        EXPECT_THAT(Run(program + " --help"), ::testing::StartsWith("usage: ")) << program;
+        EXPECT_THAT(Run(Kiv::Testing::EmulatorPrefix() + program + " --help"),
+                    ::testing::StartsWith("usage: "))
+            << program;
         EXPECT_EQ(exitCode, 0) << program;
     }
 }
@@ -270,8 +272,9 @@ TEST_F(KivNmToolsTest, ALongTextArrivesWholeAndWhenTheBrokerDiesEveryProgramEnds
     {
         return std::ref(*processes.emplace_back(std::make_unique<ChildProcess>(
             "/bin/sh",
-            std::vector<std::string>{"-c", std::string("exec ") + program + " " + args + " --system " +
-                                               system + " --endpoints " + directory + " 2>&1"})));
+            std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + program + " " + args +
+                                               " --system " + system + " --endpoints " + directory + " 2>&1"},
+            std::nullopt, false, true)));
     };
     ChildProcess& monitor = merged(DEMO_MONITOR, "");
     ASSERT_EQ(monitor.ReadLine(), "monitor ready");
@@ -307,11 +310,12 @@ TEST_F(KivNmToolsTest, StoppingWithTheBrokersQueueFullEndsEveryProgramWithoutACr
     std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"2\"/>"
                                "</NotificationManagerSettingsDocument>";
     ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
-        "/bin/sh", std::vector<std::string>{"-c", std::string("exec ") + KIVNM_HOST +
-                                                      " --name Main --broker --start-on-signal --stop-limit 2"
-                                                      " --settings " +
-                                                      settings + " --system " + system + " --endpoints " +
-                                                      directory + " 2>&1"}));
+        "/bin/sh",
+        std::vector<std::string>{
+            "-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
+                      " --name Main --broker --start-on-signal --stop-limit 2 --settings " + settings +
+                      " --system " + system + " --endpoints " + directory + " 2>&1"},
+        std::nullopt, false, true));
     ASSERT_EQ(NextLine(host, [](const std::string& line) { return line == "ready"; }), "ready");
     ChildProcess& sensor = Start(DEMO_SENSOR, {"--period-ms", "10"});
     ASSERT_EQ(sensor.ReadLine(), "sensor ready");
