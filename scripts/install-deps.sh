@@ -22,7 +22,7 @@ case "$target" in
   armhf)
     packages+=(crossbuild-essential-armhf g++-arm-linux-gnueabihf qemu-user
       libfmt-dev:armhf libboost-dev:armhf libxml2-dev:armhf libspdlog-dev:armhf libsystemd-dev:armhf
-      liblttng-ust-dev:armhf libgtest-dev:armhf libgmock-dev:armhf)
+      liblttng-ust-dev:armhf libgtest-dev:armhf libgmock-dev:armhf libmosquitto-dev:armhf)
     ;;
   *)
     echo "install-deps: unknown target '$target' (known: armhf)" >&2

@@ -115,7 +115,9 @@ protected:
                               // not write here.
                               << "user " << (geteuid() == 0 ? "root" : "mosquitto") << "\n"
                               << (extra.empty() ? "allow_anonymous true\n" : extra);
-        mqtt = std::make_unique<ChildProcess>(MOSQUITTO, std::vector<std::string>{"-c", config});
+        // This machine's own mosquitto, also when the programs under test run under an emulator.
+        mqtt = std::make_unique<ChildProcess>(MOSQUITTO, std::vector<std::string>{"-c", config}, std::nullopt,
+                                              false, true);
         ASSERT_TRUE(Kiv::Testing::WaitFor([&] { return Listening(port); }));
     }
 
