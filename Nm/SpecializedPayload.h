@@ -33,6 +33,9 @@ public:
 protected:
     /// A payload under construction.
     explicit SpecializedPayload(const String& formatString);
+    /// A payload under construction with the type id given, which need not be asked for: for the fields
+    /// of a payload in a process without a NotificationManager. GetId still answers GetPayloadTypeId().
+    SpecializedPayload(PayloadTypeId payloadTypeId, const String& formatString);
     /// A read-only view of a received notification, which must be of this type and outlive the object.
     explicit SpecializedPayload(const Notification& notification);
 

@@ -27,7 +27,13 @@ String SpecializedPayload<T>::GetPayloadTypeName()
 
 template <class T>
 SpecializedPayload<T>::SpecializedPayload(const String& formatString)
-    : payload(GetPayloadTypeId(), GetPayloadTypeName())
+    : SpecializedPayload(GetPayloadTypeId(), formatString)
+{
+}
+
+template <class T>
+SpecializedPayload<T>::SpecializedPayload(PayloadTypeId payloadTypeId, const String& formatString)
+    : payload(payloadTypeId, GetPayloadTypeName())
 {
     SetFormatString(formatString);
 }

@@ -1,9 +1,17 @@
+#include <Nm/Internal/PayloadFormatter.h>
 #include <Nm/StringPayload.h>
 
 namespace Kiv::System::Nm
 {
-StringPayload::StringPayload(const String& text)
-    : SpecializedPayload(String()), text(payload, payload.AddField(Tul::TulType::UInt32))
+// The formatter takes fewer than MaxFieldCount fields, and the format string and the count are two of them.
+static_assert(StringPayload::MaxFormattableLength ==
+                  (Internal::PayloadFormatter::MaxFieldCount - 3) * LongStringPayloadField::PieceLength - 1,
+              "the text form's limit follows from the formatter's");
+
+StringPayload::StringPayload(const String& text) : StringPayload(GetPayloadTypeId(), text) {}
+
+StringPayload::StringPayload(PayloadTypeId payloadTypeId, const String& text)
+    : SpecializedPayload(payloadTypeId, String()), text(payload, payload.AddField(Tul::TulType::UInt32))
 {
     this->text.CreatePayloadFieldsForString(text);
     this->text.SetLongStringFieldValues(text);
@@ -11,6 +19,11 @@ StringPayload::StringPayload(const String& text)
 }
 
 StringPayload::StringPayload(const char* text) : StringPayload(String(text)) {}
+
+std::vector<TulVariant<512>> StringPayload::GetFields(const String& text)
+{
+    return StringPayload(PayloadTypeId(), text).GetAsRawPayloadType();
+}
 
 // The field refers to the payload of its own object, never to the one it was copied from.
 StringPayload::StringPayload(const StringPayload& other)

@@ -23,16 +23,7 @@ endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/Platform/Commons/include/ ${PROJECT_SOURCE_DIR}/Platform/Tul/include/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT Development)
 
-# Of Nm/, the user-facing headers and the public service; of Nm/Internal/, only the setup a hosting process
-# calls and the settings it takes. The rest of Nm/Internal/ and Nm/Services/Internal/ stays private.
-file(GLOB KIV_NM_PUBLIC_HEADERS CONFIGURE_DEPENDS
-     ${PROJECT_SOURCE_DIR}/Nm/*.h ${PROJECT_SOURCE_DIR}/Nm/*.inl
-     ${PROJECT_SOURCE_DIR}/Nm/Services/*.h ${PROJECT_SOURCE_DIR}/Nm/Services/*.inl)
-list(APPEND KIV_NM_PUBLIC_HEADERS
-     ${PROJECT_SOURCE_DIR}/Nm/Internal/NotificationManagerSetup.h
-     ${PROJECT_SOURCE_DIR}/Nm/Internal/Settings/NotificationManagerSettings.h
-     ${PROJECT_SOURCE_DIR}/Nm/Internal/Settings/ConfigReader.h
-     ${PROJECT_SOURCE_DIR}/Nm/Internal/Settings/ConfigReader.inl)
+# Of Nm/, the public headers that Nm/CMakeLists.txt names; the rest of Nm/ stays private.
 foreach(header IN LISTS KIV_NM_PUBLIC_HEADERS)
   file(RELATIVE_PATH relative ${PROJECT_SOURCE_DIR} ${header})
   get_filename_component(directory ${relative} DIRECTORY)

@@ -22,8 +22,7 @@ cmake --install "$build_dir" --prefix "$prefix" > "$work/install.log"
 compiler="$(cache_value CMAKE_CXX_COMPILER)"
 sanitize="$(cache_value KIV_SANITIZE)"
 flags=""
-# An option that is off reads OFF.
-if [[ -n "$sanitize" && "$sanitize" != OFF ]]; then
+if [[ -n "$sanitize" ]]; then
   flags="-fsanitize=${sanitize//;/,}"
 fi
 

@@ -24,7 +24,8 @@ int main(int argc, char** argv)
         return 2;
     }
     const sigset_t signals = KivTools::BlockStopSignals();
-    if (!KivTools::JoinSystem(system, options["--name"], "demo-monitor"))
+    const auto membership = KivTools::JoinSystem(system, options["--name"], "demo-monitor");
+    if (!membership)
     {
         return 1;
     }
@@ -62,7 +63,5 @@ int main(int argc, char** argv)
         std::cerr << "demo-monitor: " << e.GetMessage() << std::endl;
         result = 1;
     }
-
-    KivTools::LeaveSystem("demo-monitor");
     return result;
 }

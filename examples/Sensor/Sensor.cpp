@@ -39,7 +39,8 @@ int main(int argc, char** argv)
         return 2;
     }
     const sigset_t signals = KivTools::BlockStopSignals();
-    if (!KivTools::JoinSystem(system, name, "demo-sensor"))
+    auto membership = KivTools::JoinSystem(system, name, "demo-sensor");
+    if (!membership)
     {
         return 1;
     }
@@ -99,7 +100,7 @@ int main(int argc, char** argv)
         result = 1;
     }
 
-    KivTools::LeaveSystem("demo-sensor");
+    membership.reset();  // leaves the system
     std::cout << "sensor stopped" << std::endl;
     return result;
 }

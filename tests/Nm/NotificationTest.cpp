@@ -1,12 +1,12 @@
 #include <Nm/Notification.h>
-#include <Nm/NotificationRegistrationInfo.h>
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/RemotingWriter.h>
-#include <Kiv/System/Tul/TulWriter.h>
 
 #include <fmt/format.h>
+
+#include <Nm/RecordingWriter.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,52 +33,10 @@ static_assert(!std::is_convertible_v<PayloadTypeId, NotificationDispatcherId>);
 static_assert(!std::is_convertible_v<std::uint32_t, NotificationNameId>);
 static_assert(!std::is_convertible_v<NotificationNameId, std::uint32_t>);
 
+using Kiv::Testing::RecordingWriter;
+
 namespace
 {
-// Keeps each call as a line of text, so that a test can compare the exact call order of a serialiser and
-// not just the bytes, in which a tag and an object type look alike.
-class RecordingWriter final : public Kiv::System::Tul::TulWriter
-{
-public:
-    using TulStringEncoding = Kiv::System::Tul::TulStringEncoding;
-
-    std::vector<std::string> calls;
-
-    void WriteTag(TulType tag) override { Add("Tag {}", tag); }
-    void WriteObjectType(TulType type) override { Add("ObjectType {}", type); }
-    void WriteDataInternal(const void* data, std::size_t size) override
-    {
-        std::uint64_t value = 0;
-        std::memcpy(&value, data, size < sizeof value ? size : sizeof value);
-        Add("Data {} {:#x}", size, value);
-    }
-    void WriteArrayLength(std::uint32_t length) override { Add("ArrayLength {}", length); }
-    void WriteDateTime(const Kiv::DateTime& value) override { Add("DateTime {:#x}", value.GetRawValue()); }
-    void WriteObjectString(const char* text, TulStringEncoding encoding) override
-    {
-        Add("ObjectString '{}' {}", text, static_cast<int>(encoding));
-    }
-    void WriteStringInternal(const char* text, std::size_t capacity, TulStringEncoding encoding,
-                             bool withCode) override
-    {
-        Add("StringInternal '{}' {} {} {}", text, capacity, static_cast<int>(encoding), withCode);
-    }
-    void WriteBeginStruct(std::uint32_t fieldCount) override { Add("BeginStruct {}", fieldCount); }
-    void WriteArrayInformation(const Kiv::System::Tul::TulArrayInformation& information) override
-    {
-        Add("ArrayInformation {} {} {} {}", information.elementType, information.rank, information.length,
-            information.lowerBound);
-    }
-    void WriteConfirmation(bool isError) override { Add("Confirmation {}", isError); }
-
-private:
-    template <class... Args>
-    void Add(const char* format, const Args&... args)
-    {
-        calls.push_back(fmt::format(fmt::runtime(format), args...));
-    }
-};
-
 const DateTime utcTime(638000000000000000, DateTimeKind::Utc);
 
 // Any code with the bytes of `value`, as a reader fills it; Struct and Array headers, String36, aliases.
@@ -295,27 +253,4 @@ TEST(NotificationTest, TheWireBytesAreThoseWrittenOnX8664OnEveryMachine)
     {
         EXPECT_EQ(read.GetPayload()[i].ToString(), notification.GetPayload()[i].ToString()) << i;
     }
-}
-
-TEST(NotificationRegistrationInfoTest, TheSixFieldsAreWrittenInTheFixedOrderAndLongNamesAreRefusedNameFirst)
-{
-    RecordingWriter writer;
-    NotificationRegistrationInfo(NotificationNameId(0xDEADBEEF), Kiv::String("A.B"), Kiv::String("sender"),
-                                 Severity::Emerge, PayloadTypeId(0xFFFE),
-                                 NotificationRegistrationStatus::Unregistered)
-        .Serialize(writer);
-    const std::vector<std::string> expected = {
-        "Tag UInt32", "Data 4 0xdeadbeef", "ObjectString 'A.B' 2", "ObjectString 'sender' 2",
-        "Tag UInt8",  "Data 1 0x6",        "Tag UInt16",           "Data 2 0xfffe",
-        "Tag UInt8",  "Data 1 0x2"};
-    EXPECT_EQ(writer.calls, expected);
-    EXPECT_THAT(
-        []
-        {
-            NotificationRegistrationInfo(NotificationNameId(1), Kiv::String(600, 'a'), Kiv::String(700, 'b'),
-                                         Severity::Info, PayloadTypeId(1),
-                                         NotificationRegistrationStatus::Registered);
-        },
-        ThrowsMessage<Kiv::ArgumentException>(
-            "Cannot copy string: argument string length 600 exceeds MaxStringSize 512"));
 }

@@ -110,6 +110,16 @@ TEST(GenericPayloadTest, FieldsAreDeclaredInOrderAndAWrappedNotificationIsReadOn
                 ThrowsMessage<Kiv::InvalidOperationException>(NotEnoughFields));
 }
 
+// A client of the public service has no manager to ask for the type id, and needs none for the fields.
+TEST(StringPayloadTest, ItsFieldsNeedNoManagerAndTheirTextFormEndsAtTheLimit)
+{
+    const String longest(StringPayload::MaxFormattableLength, 'x');
+    EXPECT_EQ(GenericPayload(PayloadTypeId(9), "P", StringPayload::GetFields(longest)).ToString(), longest);
+    EXPECT_THAT(
+        [&] { GenericPayload(PayloadTypeId(9), "P", StringPayload::GetFields(longest + "x")).ToString(); },
+        ThrowsMessage<Kiv::NotSupportedException>("Payload: cannot format payload with 51 fields."));
+}
+
 TEST_F(PayloadTest, StringPayloadRoundTripsAtPieceBoundariesAndIsBoundInLength)
 {
     for (const std::size_t length : {0, 510, 511, 1022, 24527})

@@ -6,8 +6,11 @@
 #include <Nm/Internal/NotificationBroker/NotificationBroker.h>
 #include <Nm/Internal/NotificationDispatcher/NotificationDispatcher.h>
 #include <Nm/Notification.h>
+#include <Nm/StringPayload.h>
 
 #include <Kiv/AppDomain.h>
+#include <Kiv/DateTime.h>
+#include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
 #include <cstdint>
@@ -55,6 +58,34 @@ public:
         return System::Nm::AppDomainSingleton<NotificationDispatcher>::GetInstance();
     }
 };
+
+/// Registers `name` at the broker for a StringPayload, sender "Test", severity Info.
+inline System::Nm::NotificationNameId Register(const char* name)
+{
+    return InProcessSystem::Broker().RegisterNotification(name, "Test", System::Nm::Severity::Info,
+                                                          System::Nm::StringPayload::GetPayloadTypeId());
+}
+
+/// Sends `text` on `id` straight to the broker.
+inline System::Nm::NotificationId Send(System::Nm::NotificationNameId id, const char* text)
+{
+    return InProcessSystem::Broker().SendNotification(id, DateTime::GetUtcNow(),
+                                                      System::Nm::StringPayload(text));
+}
+
+/// The message of what the call raised as an ArgumentException.
+inline std::string Refusal(const std::function<void()>& call)
+{
+    try
+    {
+        call();
+    }
+    catch (const ArgumentException& e)
+    {
+        return e.GetMessage();
+    }
+    return "not refused";
+}
 
 /// What a subscriber saw of one notification.
 struct Received

@@ -879,7 +879,8 @@ int main(int argc, char** argv)
     const sigset_t signals = KivTools::BlockStopSignals();
     Kiv::System::Commons::Logging::LogManager::SetDefaultLogLevel(3);
     mosquitto_lib_init();
-    if (!KivTools::JoinSystem(system, name, "kivnm-bridge"))
+    auto membership = KivTools::JoinSystem(system, name, "kivnm-bridge");
+    if (!membership)
     {
         mosquitto_lib_cleanup();
         return 1;
@@ -909,7 +910,7 @@ int main(int argc, char** argv)
             result = 1;
         }
     }
-    KivTools::LeaveSystem("kivnm-bridge");
+    membership.reset();  // leaves the system
     mosquitto_lib_cleanup();
     return result;
 }

@@ -4,12 +4,10 @@
 // errors go to stderr with the system's message, and the exit code is not 0.
 
 #include "Common/ProcessOptions.h"
+#include "Common/SystemMembership.h"
 
 #include <Nm/EnumDictionary.h>
 #include <Nm/GenericPayload.h>
-#include <Nm/Internal/NotificationManagerSetup.h>
-#include <Nm/Internal/PayloadFormatter.h>
-#include <Nm/LongStringPayloadField.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistrationInfo.h>
@@ -21,19 +19,19 @@
 #include <Nm/Services/ServiceValues.h>
 #include <Nm/StringPayload.h>
 
-#include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
 #include <Kiv/Exceptions.h>
 #include <Kiv/Logging/LogManager.h>
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cstdint>
 #include <iomanip>
 #include <iostream>
 #include <list>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <sstream>
 
 #include <unistd.h>
@@ -72,48 +70,34 @@ public:
 
     int Run(const std::vector<std::string>& args)
     {
-        const std::string& command = args.at(0);
+        // Each command checks its arguments before it connects, so that a wrong line is told as such: the
+        // count here, the rest in the command.
+        struct Command
+        {
+            const char* name;
+            std::size_t minArguments;
+            std::size_t maxArguments;
+            int (Cli::*run)(const std::vector<std::string>& arguments);
+        };
+        constexpr std::size_t any = SIZE_MAX;
+        static const Command commands[] = {
+            {"list", 0, 1, &Cli::List},     {"show", 1, 1, &Cli::Show},   {"types", 0, 0, &Cli::Types},
+            {"stats", 0, 0, &Cli::Stats},   {"state", 0, 1, &Cli::State}, {"send", 0, any, &Cli::Send},
+            {"watch", 0, any, &Cli::Watch},
+        };
+        const std::string& name = args.at(0);
         const std::vector<std::string> rest(args.begin() + 1, args.end());
-        static const std::set<std::string> commands{"list",  "show", "types", "stats",
-                                                    "state", "send", "watch"};
-        if (commands.count(command) == 0)
+        const auto* command = std::find_if(std::begin(commands), std::end(commands),
+                                           [&](const Command& c) { return name == c.name; });
+        if (command == std::end(commands))
         {
-            throw UsageError("unknown command " + command);
+            throw UsageError("unknown command " + name);
         }
-        if (command == "watch")
+        if (rest.size() < command->minArguments || rest.size() > command->maxArguments)
         {
-            return Watch(rest);
+            throw UsageError("unknown command or wrong arguments: " + name);
         }
-        // Each command checks its arguments before it connects, so that a wrong line is told as such.
-        if (command == "list" && rest.size() <= 1)
-        {
-            return List(rest);
-        }
-        if (command == "show" && rest.size() == 1)
-        {
-            return Show(rest[0]);
-        }
-        if (command == "types" && rest.empty())
-        {
-            Connect();
-            return Types();
-        }
-        if (command == "stats" && rest.empty())
-        {
-            Connect();
-            return Print(
-                Json{{"submitted", service->GetNumberOfSubmittedNotifications()}},
-                "submitted notifications: " + std::to_string(service->GetNumberOfSubmittedNotifications()));
-        }
-        if (command == "state" && rest.size() <= 1)
-        {
-            return State(rest);
-        }
-        if (command == "send")
-        {
-            return Send(rest);
-        }
-        throw UsageError("unknown command or wrong arguments: " + command);
+        return (this->*command->run)(rest);
     }
 
 private:
@@ -121,10 +105,16 @@ private:
     {
         system.connectWait = std::chrono::milliseconds(0);
         system.Apply();
+        service = Fetch<INotificationManagerService, Services::NotificationManagerServiceProxyFactory>();
+    }
+
+    /// A service of the broker, or why there is none.
+    template <class TService, class TProxyFactory>
+    std::shared_ptr<TService> Fetch() const
+    {
         try
         {
-            service = Services::FetchService<INotificationManagerService,
-                                             Services::NotificationManagerServiceProxyFactory>();
+            return Services::FetchService<TService, TProxyFactory>();
         }
         catch (const Kiv::CommunicationException& e)
         {
@@ -200,8 +190,9 @@ private:
         throw UsageError("unknown status " + text + " (registered, unregistered or subscribed)");
     }
 
-    int Show(const std::string& nameOrId)
+    int Show(const std::vector<std::string>& arguments)
     {
+        const std::string& nameOrId = arguments[0];
         const bool numeric =
             !nameOrId.empty() && nameOrId.find_first_not_of("0123456789") == std::string::npos;
         if (numeric && (nameOrId.size() > 10 || std::stoull(nameOrId) > UINT32_MAX))
@@ -224,8 +215,9 @@ private:
         return Print(row, out);
     }
 
-    int Types()
+    int Types(const std::vector<std::string>&)
     {
+        Connect();
         // Ids are handed out from 1 without gaps; the first that the broker doesn't know ends the list.
         Json list = Json::array();
         std::ostringstream text;
@@ -246,6 +238,14 @@ private:
         return Print(list, text.str());
     }
 
+    int Stats(const std::vector<std::string>&)
+    {
+        Connect();
+        return Print(
+            Json{{"submitted", service->GetNumberOfSubmittedNotifications()}},
+            "submitted notifications: " + std::to_string(service->GetNumberOfSubmittedNotifications()));
+    }
+
     int State(const std::vector<std::string>& rest)
     {
         if (!rest.empty() && rest[0] != "checked" && rest[0] != "relaxed")
@@ -253,34 +253,11 @@ private:
             throw UsageError("state is checked or relaxed, not " + rest[0]);
         }
         Connect();
-        std::shared_ptr<ISubscriptionStateService> state;
-        try
-        {
-            state = Services::FetchService<ISubscriptionStateService,
-                                           Services::Internal::SubscriptionStateServiceProxyFactory>();
-        }
-        catch (const Kiv::CommunicationException& e)
-        {
-            throw std::runtime_error(e.GetMessage().c_str());  // an endpoint that isn't to be trusted, say
-        }
-        catch (const Kiv::Exception&)
-        {
-            throw NoBroker(system);
-        }
+        const auto state =
+            Fetch<ISubscriptionStateService, Services::Internal::SubscriptionStateServiceProxyFactory>();
         if (!rest.empty())
         {
-            if (rest[0] == "checked")
-            {
-                state->SetStateChecked();
-            }
-            else if (rest[0] == "relaxed")
-            {
-                state->SetStateRelaxed();
-            }
-            else
-            {
-                throw UsageError("state is checked or relaxed, not " + rest[0]);
-            }
+            rest[0] == "checked" ? state->SetStateChecked() : state->SetStateRelaxed();
         }
         const std::string now = state->IsChecked() ? "checked" : "relaxed";
         return Print(Json{{"state", now}}, "subscription state: " + now);
@@ -322,10 +299,8 @@ private:
         {
             throw UsageError("send takes NAME and TEXT");
         }
-        // What every watcher can still format: the pieces of a long text, its count and the format
-        // string are fields of the payload, and the formatter takes fewer than MaxFieldCount.
-        constexpr std::size_t maxText =
-            (Internal::PayloadFormatter::MaxFieldCount - 3) * LongStringPayloadField::PieceLength - 1;
+        // What every watcher can still format.
+        constexpr std::size_t maxText = StringPayload::MaxFormattableLength;
         if (positional[1].size() > maxText)
         {
             throw UsageError("the text has " + std::to_string(positional[1].size()) +
@@ -375,19 +350,13 @@ private:
             severity.value_or(Severity::Info), Services::ToTulString(typeName.c_str()));
     }
 
-    /// The values of a StringPayload, made without asking a broker of this process for the type's id:
-    /// the broker keeps the payload type under its name.
+    /// The values of a StringPayload. The broker is asked for the type's id all the same, which makes the
+    /// type known there also when the name is registered with another one.
     std::vector<Kiv::System::Nm::TulVariant<512>> MakeStringPayload(const std::string& typeName,
                                                                     const std::string& text)
     {
-        const std::uint16_t typeId = service->GetPayloadTypeId(Services::ToTulString(typeName.c_str()));
-        GenericPayload payload(PayloadTypeId(typeId), typeName.c_str());
-        LongStringPayloadField field(payload, payload.AddField(Kiv::System::Tul::TulType::UInt32));
-        field.CreatePayloadFieldsForString(text.c_str());
-        field.SetLongStringFieldValues(text.c_str());
-        payload.SetFieldValue(payload.GetFieldIndexFormatString(),
-                              Kiv::System::Nm::TulVariant<512>(field.GetFormatString()));
-        return payload.GetAsRawPayloadType();
+        service->GetPayloadTypeId(Services::ToTulString(typeName.c_str()));
+        return StringPayload::GetFields(Kiv::String(text.c_str()));
     }
 
     int Watch(const std::vector<std::string>& names);
@@ -406,15 +375,14 @@ int Cli::Watch(const std::vector<std::string>& names)
     const sigset_t signals = KivTools::BlockStopSignals();
     system.connectWait = std::chrono::milliseconds(2000);
     system.Apply();
-    const std::string processName = "kivnm-watch-" + std::to_string(getpid());
-    Kiv::System::Commons::AppDomain::Create(processName.c_str());
+    KivTools::SystemMembership membership("kivnm-watch-" + std::to_string(getpid()), "kivnm",
+                                          std::chrono::seconds(10));
     try
     {
-        Internal::NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
+        membership.Join(false, Kiv::String(""));
     }
-    catch (const Kiv::Exception& e)
+    catch (const Kiv::Exception&)
     {
-        Kiv::System::Commons::AppDomain::Dispose();
         throw NoBroker(system);
     }
 
@@ -477,10 +445,6 @@ int Cli::Watch(const std::vector<std::string>& names)
             result = 1;
         }
     }
-    KivTools::StopWatchdog watchdog("kivnm", std::chrono::seconds(10));
-    Internal::NotificationManagerSetup::Dispose();
-    Kiv::System::Commons::AppDomain::Dispose();
-    Kiv::System::Tul::ServiceManager::Shutdown();
     return result;
 }
 }  // namespace

@@ -5,17 +5,16 @@
 // words.
 
 #include "Common/ProcessOptions.h"
+#include "Common/SystemMembership.h"
 
-#include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/NotificationManager.h>
 
-#include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
 #include <Kiv/Exceptions.h>
-#include <Kiv/System/Tul/ServiceManager.h>
 
 #include <iostream>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace KivTools
@@ -74,31 +73,22 @@ inline std::string BrokerGone()
     }
 }
 
-/// Joins `system` as the process `name`, without a broker of its own; false, with the reason on stderr,
-/// when the broker can't be reached.
-inline bool JoinSystem(const SystemOptions& system, const std::string& name, const char* program)
+/// Joins `system` as the process `name`, without a broker of its own, until the result goes (leaving is
+/// bounded by a watchdog); null, with the reason on stderr, when the broker can't be reached.
+inline std::unique_ptr<SystemMembership> JoinSystem(const SystemOptions& system, const std::string& name,
+                                                    const char* program)
 {
     system.Apply();
-    Kiv::System::Commons::AppDomain::Create(name.c_str());
+    auto membership = std::make_unique<SystemMembership>(name, program, std::chrono::seconds(10));
     try
     {
-        Kiv::System::Nm::Internal::NotificationManagerSetup::SetupWithoutNotificationBroker(Kiv::String(""));
-        return true;
+        membership->Join(false, Kiv::String(""));
+        return membership;
     }
     catch (const Kiv::Exception& e)
     {
         std::cerr << program << ": cannot join the system: " << e.GetMessage() << std::endl;
-        Kiv::System::Commons::AppDomain::Dispose();
-        return false;
+        return nullptr;
     }
-}
-
-/// Leaves the system; registrations and subscribers must have gone before. Bounded by a watchdog.
-inline void LeaveSystem(const char* program, std::chrono::milliseconds limit = std::chrono::seconds(10))
-{
-    StopWatchdog watchdog(program, limit);
-    Kiv::System::Nm::Internal::NotificationManagerSetup::Dispose();
-    Kiv::System::Commons::AppDomain::Dispose();
-    Kiv::System::Tul::ServiceManager::Shutdown();
 }
 }  // namespace KivTools

@@ -4,12 +4,12 @@
 // to stderr, and disposes cleanly on SIGINT or SIGTERM.
 
 #include "Common/ProcessOptions.h"
+#include "Common/SystemMembership.h"
 #include "Host/ServiceReadiness.h"
 
 #include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/Services/NotificationManagerServiceFactory.h>
 
-#include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulPolicyAuthorizator.h>
@@ -146,6 +146,7 @@ int main(int argc, char** argv)
 
     const sigset_t signals = KivTools::BlockStopSignals();
     std::unique_ptr<Kiv::System::Tul::TulPolicyAuthorizator> policy;
+    std::optional<KivTools::SystemMembership> membership;
     try
     {
         options.system.callTimeLimit = options.callTimeLimit;
@@ -165,7 +166,7 @@ int main(int argc, char** argv)
             Kiv::System::Tul::ServiceManager::SetAuthorizator(policy.get());
             Kiv::System::Tul::ServiceManager::SetInternalAuthorizator(&policy->GetInternalAuthorizator());
         }
-        Kiv::System::Commons::AppDomain::Create(options.name.c_str());
+        membership.emplace(options.name, "kivnm-host", options.stopLimit);
         const auto settings =
             NotificationManagerSetup::LoadSettingsFromFile(Kiv::String(options.settings.c_str()));
         // The settings take any length; a queue is allocated whole, and a wrapped "-1" would not fit.
@@ -180,25 +181,14 @@ int main(int argc, char** argv)
                                             std::to_string(maxQueueLength));
             }
         }
-        if (options.broker)
-        {
-            NotificationManagerSetup::SetupWithNotificationBroker(settings);
-        }
-        else
-        {
-            NotificationManagerSetup::SetupWithoutNotificationBroker(settings);
-        }
-    }
-    catch (const Kiv::Exception& e)
-    {
-        std::cerr << "kivnm-host: set-up failed: " << e.GetMessage() << "\n";
-        Kiv::System::Tul::ServiceManager::Shutdown();
-        return 1;
+        membership->Join(options.broker, settings);
     }
     catch (const std::exception& e)
     {
+        // A Kiv::Exception's what() is its message.
         std::cerr << "kivnm-host: set-up failed: " << e.what() << "\n";
-        Kiv::System::Tul::ServiceManager::Shutdown();
+        membership.reset();
+        Kiv::System::Tul::ServiceManager::Shutdown();  // also when it failed before the AppDomain was made
         return 1;
     }
     std::cout << "ready" << std::endl;
@@ -222,7 +212,7 @@ int main(int argc, char** argv)
                                                    std::chrono::duration<double>(*options.startAfter);
         if (!started && (signal == SIGUSR1 || (signal == 0 && due)))
         {
-            NotificationManagerSetup::StartDispatching();
+            membership->StartDispatching();
             started = true;
             std::cout << "dispatching" << std::endl;
             KivTools::NotifyStatus("dispatching");
@@ -230,12 +220,7 @@ int main(int argc, char** argv)
     }
 
     KivTools::NotifyStopping();
-    {
-        KivTools::StopWatchdog watchdog("kivnm-host", options.stopLimit);
-        NotificationManagerSetup::Dispose();
-        Kiv::System::Commons::AppDomain::Dispose();
-        Kiv::System::Tul::ServiceManager::Shutdown();
-    }
+    membership.reset();  // leaves the system, within the stop limit
     Kiv::System::Tul::ServiceManager::SetAuthorizator(nullptr);
     Kiv::System::Tul::ServiceManager::SetInternalAuthorizator(nullptr);
     std::cout << "stopped" << std::endl;

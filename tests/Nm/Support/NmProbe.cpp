@@ -2,8 +2,9 @@
 // and prints nothing else, with a line that starts with "ok" or with "error <exception class>: <message>".
 // Usage: NmProbe SYSTEM ENDPOINT_DIRECTORY PROCESS_NAME [CALL_TIME_LIMIT_MS]
 
+#include "Common/SystemMembership.h"
+
 #include <Nm/GenericPayload.h>
-#include <Nm/Internal/NotificationManagerSetup.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistration.h>
@@ -11,7 +12,6 @@
 #include <Nm/NotificationSubscriber.h>
 #include <Nm/StringPayload.h>
 
-#include <Kiv/AppDomain.h>
 #include <Kiv/Exception.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
@@ -26,11 +26,11 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <thread>
 
 using namespace Kiv::System::Nm;
-using Kiv::System::Nm::Internal::NotificationManagerSetup;
 
 namespace
 {
@@ -82,9 +82,8 @@ public:
         std::getline(in >> std::ws, rest);
         if (command == "setup")
         {
-            Kiv::System::Commons::AppDomain::Create(processName.c_str());
-            name == "broker" ? NotificationManagerSetup::SetupWithNotificationBroker(rest.c_str())
-                             : NotificationManagerSetup::SetupWithoutNotificationBroker(rest.c_str());
+            membership.emplace(processName);
+            membership->Join(name == "broker", Kiv::String(rest.c_str()));
         }
         else if (command == "register")
         {
@@ -239,7 +238,7 @@ public:
         }
         else if (command == "start")
         {
-            NotificationManagerSetup::StartDispatching();
+            membership->StartDispatching();
         }
         else if (command == "stats")
         {
@@ -253,9 +252,7 @@ public:
         {
             subscribers.clear();
             registrations.clear();
-            NotificationManagerSetup::Dispose();
-            Kiv::System::Commons::AppDomain::Dispose();
-            Kiv::System::Tul::ServiceManager::Shutdown();
+            membership.reset();
         }
         else
         {
@@ -266,6 +263,8 @@ public:
 
 private:
     std::string processName;
+    // Declared before what needs the system, which goes before the process leaves it.
+    std::optional<KivTools::SystemMembership> membership;
     // Declared before the subscribers, which use them until they go.
     std::mutex mutex;
     std::condition_variable arrived;

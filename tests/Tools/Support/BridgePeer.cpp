@@ -101,8 +101,12 @@ int main(int argc, char** argv)
     KivTools::SystemOptions system;
     std::map<std::string, std::string> options{{"--name", "Peer"}};
     if (!KivTools::ParseOptions(argc, argv, system, options, "BridgePeer",
-                                "usage: BridgePeer --system S --endpoints D --name N\n") ||
-        !KivTools::JoinSystem(system, options["--name"], "BridgePeer"))
+                                "usage: BridgePeer --system S --endpoints D --name N\n"))
+    {
+        return 1;
+    }
+    const auto membership = KivTools::JoinSystem(system, options["--name"], "BridgePeer");
+    if (!membership)
     {
         return 1;
     }
@@ -178,6 +182,5 @@ int main(int argc, char** argv)
         }
         manager.UnsubscribeFromAll(&printer);
     }
-    KivTools::LeaveSystem("BridgePeer");
     return 0;
 }

@@ -1,7 +1,6 @@
-// The records of the non-blocking path, and the ring buffer that holds them.
+// The records of the non-blocking path: what a call does when the broker fails or refuses it.
 
 #include <Nm/Internal/NonBlockingNotificationSending/FunctionCallVariant.h>
-#include <Nm/Internal/NonBlockingNotificationSending/RingBuffer.h>
 
 #include <Kiv/Exceptions.h>
 
@@ -96,34 +95,5 @@ TEST(CallRecordsTest, ARefusedSendIsRetriedWithTheSamePayloadBuiltOnceAndDoublin
     EXPECT_EQ(null.GetFuture().GetValue(), NotificationId(101));
     EXPECT_TRUE(sending.GetSent().back().payload.empty());
     SendNotificationCall::SetSleepFunction(previous);
-}
-
-TEST(RingBufferTest, ItemsComeOutInOrderAcrossTheWrapAndARefusedItemKeepsItsContent)
-{
-    RingBuffer<std::unique_ptr<int>> ring(3);
-    std::unique_ptr<int> taken;
-    int out = 0;
-    for (int in = 0; in < 10; ++in)  // fill up, be refused, take two: the indices wrap several times
-    {
-        auto item = std::make_unique<int>(in);
-        while (!ring.TryPush(item))
-        {
-            ASSERT_EQ(*item, in);
-            EXPECT_EQ(ring.GetCount(), 3u);
-            for (int i = 0; i < 2 && ring.TryPop(taken); ++i)
-            {
-                EXPECT_EQ(*taken, out++);
-            }
-        }
-    }
-    while (ring.TryPop(taken))
-    {
-        EXPECT_EQ(*taken, out++);
-    }
-    EXPECT_EQ(out, 10);
-    RingBuffer<std::unique_ptr<int>> none(0);
-    auto item = std::make_unique<int>(1);
-    EXPECT_FALSE(none.TryPush(item));
-    EXPECT_EQ(*item, 1);
 }
 }  // namespace

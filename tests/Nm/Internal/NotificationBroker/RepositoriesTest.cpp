@@ -1,5 +1,5 @@
-// The tables of the broker (names, payload types, registration rows, dispatch rows, and the registration
-// manager that validates before it changes names and rows) and the dispatcher's subscription table.
+// The tables of the broker: names, payload types, registration rows, dispatch rows, and the registration
+// manager that validates before it changes names and rows.
 
 #include <Nm/Internal/NotificationBroker/NotificationDispatcherRepository.h>
 #include <Nm/Internal/NotificationBroker/NotificationDispatchingRepository.h>
@@ -7,7 +7,6 @@
 #include <Nm/Internal/NotificationBroker/NotificationRegistrationManager.h>
 #include <Nm/Internal/NotificationBroker/NotificationRepository.h>
 #include <Nm/Internal/NotificationBroker/PayloadTypeRepository.h>
-#include <Nm/Internal/NotificationDispatcher/NotificationSubscriptionRepository.h>
 
 #include <Kiv/Exceptions.h>
 
@@ -16,14 +15,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <functional>
 
 using namespace Kiv::System::Nm;
 using namespace Kiv::System::Nm::Internal::NotificationBroker;
-using Kiv::System::Nm::Internal::NotificationDispatcher::NotificationSubscriptionRepository;
 using ::testing::ElementsAre;
-using ::testing::StartsWith;
 using ::testing::ThrowsMessage;
 using Status = NotificationRegistrationStatus;
 using Rows = std::vector<std::pair<std::function<void()>, std::string>>;
@@ -245,59 +241,4 @@ TEST_F(NotificationRegistrationManagerTest, MisuseIsRefusedWithItsMessageBeforeA
     EXPECT_FALSE(manager.GetNotificationNames().Contains(Kiv::String("N")));
     EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSenderName(), "First");
     EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSeverity(), Severity::Warning);
-}
-
-namespace
-{
-// Only the addresses matter; the repository never calls a subscriber. Place them so that address order
-// is the reverse of subscription order, which a sort on addresses alone would expose.
-std::array<char, 4> storage;
-auto* const A = reinterpret_cast<INotificationSubscriber*>(&storage[3]);
-auto* const B = reinterpret_cast<INotificationSubscriber*>(&storage[2]);
-auto* const C = reinterpret_cast<INotificationSubscriber*>(&storage[1]);
-auto* const D = reinterpret_cast<INotificationSubscriber*>(&storage[0]);
-
-const NotificationNameId One(1);
-const NotificationNameId Two(2);
-}  // namespace
-
-TEST(NotificationSubscriptionRepositoryTest, SubscribersComeOnceInSubscriptionOrderAndAReplacementGoesLast)
-{
-    NotificationSubscriptionRepository repository;
-    repository.AddSubscription(One, A);
-    repository.AddSubscription(Two, C);
-    repository.AddSubscription(One, B);
-    repository.AddSubscription(Two, A);
-    EXPECT_THAT(repository.GetSubscriberPointersFor({Two, One}), ElementsAre(A, C, B));
-
-    repository.ReplaceSubscriber(A, D);
-    EXPECT_THAT(repository.GetSubscriberPointersFor({One, Two}), ElementsAre(C, B, D));
-    EXPECT_TRUE(repository.GetSubscribedNotificationNameIds(A).empty());
-    EXPECT_THAT(repository.GetSubscribedNotificationNameIds(D), ::testing::UnorderedElementsAre(One, Two));
-}
-
-TEST(NotificationSubscriptionRepositoryTest, MisuseIsRefusedAndLeavesTheTableAlone)
-{
-    NotificationSubscriptionRepository repository;
-    repository.AddSubscription(One, A);
-    EXPECT_THAT(
-        [&] { repository.AddSubscription(One, nullptr); },
-        ThrowsMessage<Kiv::InvalidOperationException>("NotificationSubscriptionRepository: Tried to add "
-                                                      "subscription to nullptr with notificationNameId=1"));
-    EXPECT_THAT([&] { repository.AddSubscription(One, A); },
-                ThrowsMessage<Kiv::InvalidOperationException>(
-                    StartsWith("NotificationSubscriptionRepository: Tried to add duplicate subscription "
-                               "(notificationNameId=1, subscriber=0x")));
-    EXPECT_THAT([&] { repository.RemoveSubscription(Two, A); },
-                ThrowsMessage<Kiv::InvalidOperationException>(
-                    StartsWith("NotificationSubscriptionRepository: Tried to remove unknown "
-                               "subsciption (notificationNameId=2, ")));
-    // B subscribed after the refusals must still come right behind A.
-    repository.AddSubscription(Two, B);
-    repository.ReplaceSubscriber(C, D);
-    EXPECT_THAT(repository.GetSubscriberPointersFor({One, Two}), ElementsAre(A, B));
-
-    repository.RemoveSubscription(One, A);
-    EXPECT_FALSE(repository.Contains(One));
-    EXPECT_TRUE(repository.Contains(Two, B));
 }
