@@ -9,6 +9,7 @@
 
 #include <Kiv/AppDomain.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <cstdint>
 #include <functional>
@@ -43,7 +44,7 @@ public:
         System::Nm::AppDomainSingleton<NotificationDispatcher>::DisposeInstance();
         System::Nm::AppDomainSingleton<NotificationBroker>::DisposeInstance();
         System::Commons::AppDomain::Dispose();
-        System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
     }
 
     static NotificationBroker& Broker()

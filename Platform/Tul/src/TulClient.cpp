@@ -4,6 +4,9 @@
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
+#include <Kiv/System/Tul/TulTesting.h>
+
+#include <atomic>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,6 +14,11 @@
 namespace Kiv::System::Tul
 {
 using namespace Internal;
+
+namespace
+{
+std::atomic<std::size_t> liveClients{0};
+}  // namespace
 
 TulClient::Impl::Impl(String providerName, int fd, const TulSettings& settings)
     : providerName(std::move(providerName)),
@@ -202,9 +210,20 @@ std::pair<std::uint16_t, std::uint16_t> TulClient::Impl::Resolve(const String& s
     return {header.providerHandle, header.serviceHandle};
 }
 
-TulClient::TulClient(std::unique_ptr<Impl> impl) : impl(std::move(impl)) {}
+TulClient::TulClient(std::unique_ptr<Impl> impl) : impl(std::move(impl))
+{
+    ++liveClients;
+}
 
-TulClient::~TulClient() = default;
+TulClient::~TulClient()
+{
+    --liveClients;
+}
+
+std::size_t Testing::CountClients() noexcept
+{
+    return liveClients.load();
+}
 
 void TulClient::BeginTransaction(ITulServiceProxy&)
 {

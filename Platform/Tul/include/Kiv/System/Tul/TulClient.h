@@ -17,8 +17,8 @@ struct TulClientAccess;
 /// ServiceManager::GetService. Calls on it are serialised: each proxy call brackets its TulClientContext
 /// with BeginTransaction and EndTransaction. A connection that failed stays broken: every call waiting
 /// for it and every later one raises CommunicationException, and nothing reconnects behind the caller's
-/// back; a new GetService makes a new connection. The object lives as long as the process, so that a
-/// proxy never refers to a destroyed client.
+/// back; a new GetService makes a new connection. The object lives as long as its transport keeps it or a
+/// proxy made on it lives, so that a proxy never refers to a destroyed client.
 class KIV_API TulClient
 {
 public:
