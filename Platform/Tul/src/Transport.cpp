@@ -32,7 +32,7 @@ std::optional<Handles> WaitForPublication(TulClient& client, const String& servi
     {
         try
         {
-            return TulClientAccess::Get(client).Resolve(serviceName);
+            return TulClientAccess::Get(client).Take().Resolve(serviceName);
         }
         catch (const Exception&)
         {

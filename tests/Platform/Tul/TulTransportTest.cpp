@@ -438,6 +438,41 @@ TEST_F(TulTransportTest, MarshalledCallsGoThroughAStubAndCheckHowTheirContextIsU
     EXPECT_EQ(client.GetServiceHandle(proxy.GetProviderHandle(), "Test.ISecond"), 2);
 }
 
+TEST_F(TulTransportTest, ATransactionHandedOnLeavesNothingToUseBehindAndGivesTheConnectionBackOnce)
+{
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    ServiceManager::Configure(settings);
+    ServiceManager::PublishService("P", Echo::serviceName, factory);
+    const auto echo = Echo::GetEcho("P");
+    TulClient& client = dynamic_cast<Echo::EchoServiceProxy&>(*echo).GetClient();
+    TulClient::Transaction taken = Testing::TakeTransaction(client);
+    TulClient::Transaction holder = std::move(taken);
+    const std::vector<std::function<void()>> uses{
+        [&] { taken.StartRequest(); },
+        [&] { taken.GetWriter(); },
+        [&] { taken.SendRequest(1, 1, 1); },
+        [&] { taken.ReceiveResponse(); },
+        [&] { taken.GetBody(); },
+        [&] { taken.Resolve(Echo::serviceName); },
+        [&] { taken.Break("x"); },
+        [&] { taken.GetProviderName(); },
+    };
+    for (std::size_t i = 0; i < uses.size(); ++i)
+    {
+        EXPECT_THAT(uses[i], ThrowsMessage<Kiv::InvalidOperationException>(
+                                 "The transaction was handed on and holds no connection"))
+            << "use " << i;
+    }
+    EXPECT_EQ(holder.Resolve(Echo::serviceName), (std::pair<std::uint16_t, std::uint16_t>(1, 1)));
+    EXPECT_THROW(echo->Echo("held"), Kiv::InvalidOperationException);  // by this very thread
+    taken = std::move(holder);
+    {
+        const TulClient::Transaction last = std::move(taken);
+    }
+    EXPECT_EQ(echo->Echo("free"), "free");
+}
+
 TEST_F(TulTransportTest, AStoppedTransportLetsGoOfItsConnectionsWithTheirLastProxyAndANewOneServes)
 {
     TulSettings settings = original;

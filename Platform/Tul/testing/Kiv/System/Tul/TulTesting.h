@@ -4,6 +4,7 @@
 
 #include <Kiv/Export.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulClient.h>
 #include <Kiv/System/Tul/TulSettings.h>
 
 #include <cstddef>
@@ -17,4 +18,7 @@ KIV_API void UseNewTransport(const TulSettings& settings = ServiceManager::GetSe
 
 /// The connection objects alive in this process: those of the transport and those that proxies hold.
 KIV_API std::size_t CountClients() noexcept;
+
+/// The connection of `client`, taken as a call takes it.
+KIV_API TulClient::Transaction TakeTransaction(TulClient& client);
 }  // namespace Kiv::System::Tul::Testing
