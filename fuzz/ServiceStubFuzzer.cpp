@@ -34,6 +34,7 @@
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulDefaultAuthorizator.h>
 #include <Kiv/System/Tul/TulServerContext.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <chrono>
 #include <cstdint>
@@ -136,7 +137,7 @@ public:
         }
         Nm::Internal::NotificationManagerSetup::Dispose();
         Commons::AppDomain::Dispose();
-        Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         std::error_code ignored;
         std::filesystem::remove_all(directory, ignored);
     }

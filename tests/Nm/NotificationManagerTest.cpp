@@ -7,6 +7,7 @@
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <Support/InProcessSystem.h>
 #include <Support/WaitFor.h>
@@ -47,7 +48,7 @@ protected:
     {
         NotificationManagerSetup::Dispose();
         AppDomain::Dispose();
-        ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
     }
 
     static NotificationManager& Manager() { return NotificationManager::GetInstance(); }

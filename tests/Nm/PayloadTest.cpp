@@ -9,6 +9,7 @@
 #include <Kiv/AppDomain.h>
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include "Support/StringPrinter.h"
 
@@ -53,7 +54,7 @@ protected:
     {
         Internal::NotificationManagerSetup::Dispose();
         Kiv::System::Commons::AppDomain::Dispose();
-        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
     }
 };
 }  // namespace
@@ -77,7 +78,7 @@ TEST(PayloadTypeIdTest, TheIdIsAskedForOnceAndKeptToTheEndOfTheProcess)
     EXPECT_EQ(CachedPayload::GetPayloadTypeId(), id);
     AppDomainSingleton<Broker>::DisposeInstance();
     Kiv::System::Commons::AppDomain::Dispose();
-    Kiv::System::Tul::ServiceManager::Reset();
+    Kiv::System::Tul::Testing::UseNewTransport();
 }
 
 TEST(GenericPayloadTest, FieldsAreDeclaredInOrderAndAWrappedNotificationIsReadOnly)

@@ -12,6 +12,7 @@
 #include <Kiv/DateTime.h>
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <cstdint>
 #include <functional>
@@ -46,7 +47,7 @@ public:
         System::Nm::AppDomainSingleton<NotificationDispatcher>::DisposeInstance();
         System::Nm::AppDomainSingleton<NotificationBroker>::DisposeInstance();
         System::Commons::AppDomain::Dispose();
-        System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
     }
 
     static NotificationBroker& Broker()

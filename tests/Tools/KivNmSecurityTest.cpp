@@ -25,6 +25,7 @@
 
 #include <Kiv/Exception.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -102,13 +103,13 @@ protected:
         settings.systemName = system;
         settings.endpointDirectory = directory;
         settings.connectWait = std::chrono::seconds(20);
-        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 
     void TearDown() override
     {
-        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         component.reset();
         broker.reset();
         SystemDirectoryTest::TearDown();

@@ -73,7 +73,7 @@ std::optional<ServiceRegistry::Publication> ServiceRegistry::Find(const String& 
         return std::nullopt;
     }
     return Publication{providerName, serviceName, entries[static_cast<std::size_t>(index)].factory,
-                       authorizator};
+                       policies.authorizator.load()};
 }
 
 std::optional<ServiceRegistry::Handles> ServiceRegistry::GetHandles(const String& providerName,
@@ -101,42 +101,19 @@ std::optional<ServiceRegistry::Publication> ServiceRegistry::FindByHandles(Handl
     {
         return std::nullopt;
     }
-    return Publication{providers[entry.providerHandle - 1U], entry.serviceName, entry.factory, authorizator};
-}
-
-ITulAuthorizator* ServiceRegistry::SetAuthorizator(ITulAuthorizator* newAuthorizator) noexcept
-{
-    std::unique_lock<std::shared_mutex> lock(mutex);
-    ITulAuthorizator* previous = authorizator;
-    authorizator = newAuthorizator;
-    return previous;
-}
-
-ITulAuthorizator* ServiceRegistry::SetInternalAuthorizator(ITulAuthorizator* newAuthorizator) noexcept
-{
-    return internalAuthorizator.exchange(newAuthorizator);
+    return Publication{providers[entry.providerHandle - 1U], entry.serviceName, entry.factory,
+                       policies.authorizator.load()};
 }
 
 ITulAuthorizator* ServiceRegistry::GetInternalAuthorizator() const noexcept
 {
-    return internalAuthorizator.load();
+    return policies.internalAuthorizator.load();
 }
 
-void ServiceRegistry::Clear(bool withAuthorizator) noexcept
+void ServiceRegistry::Clear() noexcept
 {
     std::unique_lock<std::shared_mutex> lock(mutex);
     providers.clear();
     entries.clear();
-    if (withAuthorizator)
-    {
-        authorizator = nullptr;
-        internalAuthorizator = nullptr;
-    }
-}
-
-ServiceRegistry& GetServiceRegistry()
-{
-    static auto* registry = new ServiceRegistry;
-    return *registry;
 }
 }  // namespace Kiv::System::Tul::Internal

@@ -16,7 +16,15 @@ class ITulServiceFactory;
 
 namespace Kiv::System::Tul::Internal
 {
-/// The publications of this process. A publication keeps its handles while the process serves: a
+/// The two policies that a process installs (ServiceManager::SetAuthorizator and
+/// SetInternalAuthorizator); they outlast the transports that ask them. Null stands for the default.
+struct Policies
+{
+    std::atomic<ITulAuthorizator*> authorizator{nullptr};
+    std::atomic<ITulAuthorizator*> internalAuthorizator{nullptr};
+};
+
+/// The publications of a transport. A publication keeps its handles while the process serves: a
 /// provider handle per provider name, a service handle per (provider, service) pair, both from 1 in
 /// the order of first publication; a remote caller names a service by them.
 class ServiceRegistry
@@ -36,6 +44,9 @@ public:
         ITulAuthorizator* authorizator = nullptr;
     };
 
+    /// Publications carry the installed policy of `policies`.
+    explicit ServiceRegistry(const Policies& policies) noexcept : policies(policies) {}
+
     /// Raises InvalidOperationException when the handles are used up.
     void Publish(const String& providerName, const String& serviceName, ITulServiceFactory& factory);
     bool HasProvider(const String& providerName) const;
@@ -43,11 +54,10 @@ public:
     std::optional<Handles> GetHandles(const String& providerName, const String& serviceName) const;
     std::optional<Publication> FindByHandles(Handles handles) const;
 
-    ITulAuthorizator* SetAuthorizator(ITulAuthorizator* authorizator) noexcept;
-    ITulAuthorizator* SetInternalAuthorizator(ITulAuthorizator* authorizator) noexcept;
     /// The policy of services without a security stub; null for the default.
     ITulAuthorizator* GetInternalAuthorizator() const noexcept;
-    void Clear(bool withAuthorizator) noexcept;
+    /// Withdraws every publication.
+    void Clear() noexcept;
 
 private:
     struct Entry
@@ -61,16 +71,11 @@ private:
     long FindEntry(const String& providerName, const String& serviceName) const;
     long FindProvider(const String& providerName) const;
 
+    const Policies& policies;
     mutable std::shared_mutex mutex;
     /// Provider handle - 1 is the index.
     std::vector<String> providers;
     /// Service handle - 1 is the index.
     std::vector<Entry> entries;
-    ITulAuthorizator* authorizator = nullptr;
-    std::atomic<ITulAuthorizator*> internalAuthorizator{nullptr};
 };
-
-/// The registry of the process, never destroyed, so that publications made or asked for during static
-/// initialisation or destruction of another library find it.
-ServiceRegistry& GetServiceRegistry();
 }  // namespace Kiv::System::Tul::Internal

@@ -4,6 +4,9 @@
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
+#include <Kiv/System/Tul/TulTesting.h>
+
+#include <atomic>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -11,6 +14,11 @@
 namespace Kiv::System::Tul
 {
 using namespace Internal;
+
+namespace
+{
+std::atomic<std::size_t> liveClients{0};
+}  // namespace
 
 TulClient::Impl::Impl(String providerName, int fd, const TulSettings& settings)
     : providerName(std::move(providerName)),
@@ -22,10 +30,11 @@ TulClient::Impl::Impl(String providerName, int fd, const TulSettings& settings)
 
 TulClient::Impl::~Impl()
 {
+    parked.reset();
     CloseSocket();
 }
 
-void TulClient::Impl::Lock()
+TulClient::Transaction TulClient::Impl::Take()
 {
     if (owner.load() == std::this_thread::get_id())
     {
@@ -43,28 +52,42 @@ void TulClient::Impl::Lock()
         busy = true;
     }
     owner = std::this_thread::get_id();
+    Transaction transaction(*this, std::move(spareWriter), std::move(spareBody));
     if (broken)
     {
-        Unlock();
         ThrowBroken();
     }
+    return transaction;
 }
 
-void TulClient::Impl::ExpectOwner(const char* operation) const
+void TulClient::Impl::Park(Transaction transaction) noexcept
 {
-    if (owner.load() != std::this_thread::get_id())
+    parked.emplace(std::move(transaction));
+}
+
+TulClient::Transaction TulClient::Impl::Unpark(const char* operation)
+{
+    if (owner.load() != std::this_thread::get_id() || !parked)
     {
         throw InvalidOperationException("{0} needs the transaction of the connection to provider '{1}'",
                                         operation, providerName);
     }
+    Transaction transaction = std::move(*parked);
+    parked.reset();
+    return transaction;
 }
 
-void TulClient::Impl::Unlock()
+void TulClient::Impl::GiveBack(RemotingWriter writer, std::vector<std::uint8_t> body) noexcept
 {
     owner = std::thread::id();
     if (broken)
     {
         CloseSocket();
+    }
+    else
+    {
+        spareWriter = std::move(writer);
+        spareBody = std::move(body);
     }
     {
         std::lock_guard<std::mutex> lock(callMutex);
@@ -104,6 +127,8 @@ void TulClient::Impl::Close(const String& reason) noexcept
     if (!busy)
     {
         CloseSocket();
+        spareWriter = RemotingWriter();
+        spareBody = std::vector<std::uint8_t>();
     }
 }
 
@@ -114,13 +139,11 @@ void TulClient::Impl::CloseSocket() noexcept
     {
         close(fd);
         fd = -1;
-        writer = RemotingWriter();
-        body = std::vector<std::uint8_t>();
     }
 }
 
 void TulClient::Impl::Send(FrameKind kind, std::uint16_t providerHandle, std::uint16_t serviceHandle,
-                           std::uint16_t methodId)
+                           std::uint16_t methodId, const RemotingWriter& writer)
 {
     if (broken)
     {
@@ -146,7 +169,7 @@ void TulClient::Impl::Send(FrameKind kind, std::uint16_t providerHandle, std::ui
     }
 }
 
-FrameHeader TulClient::Impl::Receive()
+FrameHeader TulClient::Impl::Receive(std::vector<std::uint8_t>& body)
 {
     FrameHeader header;
     IoResult received = ReceiveHeader(fd, header, deadline);
@@ -180,20 +203,93 @@ FrameHeader TulClient::Impl::Receive()
     return header;
 }
 
-std::pair<std::uint16_t, std::uint16_t> TulClient::Impl::Resolve(const String& serviceName)
+TulClient::Transaction::Transaction(Impl& impl, RemotingWriter writer,
+                                    std::vector<std::uint8_t> body) noexcept
+    : impl(&impl), writer(std::move(writer)), body(std::move(body))
 {
-    Lock();
-    struct Unlocker
-    {
-        Impl& impl;
-        ~Unlocker() { impl.Unlock(); }
-    } unlocker{*this};
+}
 
+TulClient::Transaction::Transaction(Transaction&& other) noexcept
+    : impl(std::exchange(other.impl, nullptr)), writer(std::move(other.writer)), body(std::move(other.body))
+{
+}
+
+TulClient::Transaction& TulClient::Transaction::operator=(Transaction&& other) noexcept
+{
+    if (this != &other)
+    {
+        GiveBack();
+        impl = std::exchange(other.impl, nullptr);
+        writer = std::move(other.writer);
+        body = std::move(other.body);
+    }
+    return *this;
+}
+
+TulClient::Transaction::~Transaction()
+{
+    GiveBack();
+}
+
+void TulClient::Transaction::GiveBack() noexcept
+{
+    if (impl != nullptr)
+    {
+        std::exchange(impl, nullptr)->GiveBack(std::move(writer), std::move(body));
+    }
+}
+
+TulClient::Impl& TulClient::Transaction::GetConnection() const
+{
+    if (impl == nullptr)
+    {
+        throw InvalidOperationException("The transaction was handed on and holds no connection");
+    }
+    return *impl;
+}
+
+RemotingWriter& TulClient::Transaction::StartRequest()
+{
+    if (GetConnection().IsBroken())
+    {
+        impl->ThrowBroken();
+    }
     writer.Reset();
-    WriteText(writer, providerName);
+    return writer;
+}
+
+RemotingWriter& TulClient::Transaction::GetWriter()
+{
+    GetConnection();
+    return writer;
+}
+
+void TulClient::Transaction::SendRequest(std::uint16_t providerHandle, std::uint16_t serviceHandle,
+                                         std::uint16_t methodId)
+{
+    GetConnection().Send(FrameKind::Invoke, providerHandle, serviceHandle, methodId, writer);
+}
+
+TulClient::Transaction::Numbers TulClient::Transaction::ReceiveResponse()
+{
+    const FrameHeader header = GetConnection().Receive(body);
+    return {header.providerHandle, header.serviceHandle, header.methodId};
+}
+
+const std::vector<std::uint8_t>& TulClient::Transaction::GetBody() const
+{
+    GetConnection();
+    return body;
+}
+
+std::pair<std::uint16_t, std::uint16_t> TulClient::Transaction::Resolve(const String& serviceName)
+{
+    Impl& connection = GetConnection();
+    writer.Reset();
+    WriteText(writer, connection.providerName);
     WriteText(writer, serviceName);
-    Send(FrameKind::Resolve, 0, 0, 0);
-    const FrameHeader header = Receive();
+    connection.Send(FrameKind::Resolve, 0, 0, 0, writer);
+    const FrameHeader header = connection.Receive(body);
     RemotingReader reader(body.data(), body.size());
     if (reader.ReadConfirmation())
     {
@@ -202,19 +298,39 @@ std::pair<std::uint16_t, std::uint16_t> TulClient::Impl::Resolve(const String& s
     return {header.providerHandle, header.serviceHandle};
 }
 
-TulClient::TulClient(std::unique_ptr<Impl> impl) : impl(std::move(impl)) {}
+void TulClient::Transaction::Break(const String& reason)
+{
+    GetConnection().Break(reason);
+}
 
-TulClient::~TulClient() = default;
+void TulClient::Transaction::ThrowBroken() const
+{
+    GetConnection().ThrowBroken();
+}
+
+const String& TulClient::Transaction::GetProviderName() const
+{
+    return GetConnection().providerName;
+}
+
+TulClient::TulClient(std::unique_ptr<Impl> impl) : impl(std::move(impl))
+{
+    ++liveClients;
+}
+
+TulClient::~TulClient()
+{
+    --liveClients;
+}
 
 void TulClient::BeginTransaction(ITulServiceProxy&)
 {
-    impl->Lock();
+    impl->Park(impl->Take());
 }
 
 void TulClient::EndTransaction(ITulServiceProxy&)
 {
-    impl->ExpectOwner("EndTransaction");
-    impl->Unlock();
+    impl->Unpark("EndTransaction");
 }
 
 unsigned short TulClient::GetServiceHandle(unsigned short providerHandle, const char* serviceName)
@@ -223,7 +339,7 @@ unsigned short TulClient::GetServiceHandle(unsigned short providerHandle, const 
     {
         throw ArgumentException::Create("serviceName", "null", "A service is asked for by its name");
     }
-    const auto [provider, service] = impl->Resolve(serviceName);
+    const auto [provider, service] = impl->Take().Resolve(serviceName);
     if (provider != providerHandle)
     {
         throw InvalidOperationException("Provider '{0}' has handle {1} on this connection, not {2}",
@@ -239,6 +355,16 @@ const String& TulClient::GetProviderName() const noexcept
 
 bool TulClient::IsBroken() const noexcept
 {
-    return impl->broken;
+    return impl->IsBroken();
+}
+
+std::size_t Testing::CountClients() noexcept
+{
+    return liveClients.load();
+}
+
+TulClient::Transaction Testing::TakeTransaction(TulClient& client)
+{
+    return TulClientAccess::Get(client).Take();
 }
 }  // namespace Kiv::System::Tul

@@ -8,17 +8,18 @@ namespace Kiv::System::Tul
 {
 using namespace Internal;
 
-TulClientContext::TulClientContext(TulClient& client) : client(client)
+TulClientContext::TulClientContext(TulClient& client)
+    : client(client), transaction(TulClientAccess::Get(client).Unpark("TulClientContext"))
 {
-    client.impl->ExpectOwner("TulClientContext");
 }
 
 TulClientContext::~TulClientContext()
 {
     if (state == State::Sent)
     {
-        client.impl->Break("a call was given up before its response arrived");
+        transaction.Break("a call was given up before its response arrived");
     }
+    TulClientAccess::Get(client).Park(std::move(transaction));
 }
 
 void TulClientContext::ExpectState(State expected, const char* operation) const
@@ -33,11 +34,7 @@ void TulClientContext::BeginServiceInvocationRequest(std::uint16_t provider, std
                                                      std::uint16_t method)
 {
     ExpectState(State::Idle, "BeginServiceInvocationRequest");
-    if (client.impl->broken)
-    {
-        client.impl->ThrowBroken();
-    }
-    client.impl->writer.Reset();
+    transaction.StartRequest();
     providerHandle = provider;
     serviceHandle = service;
     methodId = method;
@@ -47,7 +44,7 @@ void TulClientContext::BeginServiceInvocationRequest(std::uint16_t provider, std
 void TulClientContext::EndServiceInvocationRequest()
 {
     ExpectState(State::Writing, "EndServiceInvocationRequest");
-    client.impl->Send(FrameKind::Invoke, providerHandle, serviceHandle, methodId);
+    transaction.SendRequest(providerHandle, serviceHandle, methodId);
     state = State::Sent;
 }
 
@@ -55,11 +52,10 @@ void TulClientContext::BeginServiceInvocationResponse(std::uint16_t provider, st
                                                       std::uint16_t method)
 {
     ExpectState(State::Sent, "BeginServiceInvocationResponse");
-    TulClient::Impl& impl = *client.impl;
-    FrameHeader header;
+    TulClient::Transaction::Numbers response;
     try
     {
-        header = impl.Receive();
+        response = transaction.ReceiveResponse();
     }
     catch (...)
     {
@@ -68,14 +64,16 @@ void TulClientContext::BeginServiceInvocationResponse(std::uint16_t provider, st
         throw;
     }
     state = State::Received;
-    if (header.providerHandle != provider || header.serviceHandle != service || header.methodId != method)
+    if (response.providerHandle != provider || response.serviceHandle != service ||
+        response.methodId != method)
     {
-        impl.Break(String::Format("a response for {0}/{1}/{2} arrived for a call of {3}/{4}/{5}",
-                                  header.providerHandle, header.serviceHandle, header.methodId, provider,
-                                  service, method));
-        impl.ThrowBroken();
+        transaction.Break(String::Format("a response for {0}/{1}/{2} arrived for a call of {3}/{4}/{5}",
+                                         response.providerHandle, response.serviceHandle, response.methodId,
+                                         provider, service, method));
+        transaction.ThrowBroken();
     }
-    reader.emplace(impl.body.data(), impl.body.size());
+    const std::vector<std::uint8_t>& body = transaction.GetBody();
+    reader.emplace(body.data(), body.size());
     if (reader->ReadConfirmation())
     {
         TulExceptionRegistry::Throw(*reader);
@@ -96,7 +94,7 @@ void TulClientContext::EndServiceInvocationResponse()
 
 RemotingWriter& TulClientContext::GetWriter()
 {
-    return client.impl->writer;
+    return transaction.GetWriter();
 }
 
 RemotingReader& TulClientContext::GetReader()

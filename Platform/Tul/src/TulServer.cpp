@@ -77,8 +77,8 @@ ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles ha
 
 /// Serves one request into `writer`. Every failure, of the request or of the operation, becomes the
 /// response; `header` gets the handles of a resolved service.
-void Handle(const String& providerName, const TulCallerIdentity& caller, FrameHeader& header,
-            const std::optional<ServiceRegistry::Publication>& publication,
+void Handle(const ServiceRegistry& registry, const String& providerName, const TulCallerIdentity& caller,
+            FrameHeader& header, const std::optional<ServiceRegistry::Publication>& publication,
             const std::vector<std::uint8_t>& body, RemotingWriter& writer, Stubs& stubs)
 {
     RemotingReader reader(body.data(), body.size());
@@ -89,7 +89,7 @@ void Handle(const String& providerName, const TulCallerIdentity& caller, FrameHe
             const String provider = ReadText(reader);
             const String service = ReadText(reader);
             const auto handles =
-                provider == providerName ? GetServiceRegistry().GetHandles(provider, service) : std::nullopt;
+                provider == providerName ? registry.GetHandles(provider, service) : std::nullopt;
             if (!handles)
             {
                 throw InvalidOperationException("Service '{0}' is not published by provider '{1}'", service,
@@ -129,8 +129,8 @@ bool IsTrustedUser(uid_t uid)
 /// Whether `caller` may make the call of `header` to `publication`, by the header alone: guarded services
 /// ask the installed authorizator, the others (the system's internal ones) the internal authorizator,
 /// which needn't be asked for this process's user and root. A refusal is written as the response.
-bool MayInvoke(const ServiceRegistry::Publication& publication, const FrameHeader& header,
-               const TulCallerIdentity& caller, RemotingWriter& writer)
+bool MayInvoke(const ServiceRegistry& registry, const ServiceRegistry::Publication& publication,
+               const FrameHeader& header, const TulCallerIdentity& caller, RemotingWriter& writer)
 {
     const bool guarded = publication.factory->GetUsesSecurityStub();
     if (!guarded && IsTrustedUser(caller.uid))
@@ -141,7 +141,7 @@ bool MayInvoke(const ServiceRegistry::Publication& publication, const FrameHeade
     const String operation = name != nullptr ? String(name) : String::Format("method {0}", header.methodId);
     try
     {
-        Authorize(guarded ? publication.authorizator : GetServiceRegistry().GetInternalAuthorizator(),
+        Authorize(guarded ? publication.authorizator : registry.GetInternalAuthorizator(),
                   publication.providerName.c_str(), publication.serviceName.c_str(), operation.c_str(),
                   caller);
         return true;
@@ -174,8 +174,8 @@ std::vector<gid_t> GetPeerGroups(int fd)
 }
 }  // namespace
 
-TulServer::TulServer(const TulSettings& settings)
-    : settings(settings), wakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+TulServer::TulServer(const TulSettings& settings, const ServiceRegistry& registry)
+    : settings(settings), registry(registry), wakeFd(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (wakeFd < 0)
     {
@@ -456,10 +456,9 @@ String TulServer::ServeRequests(Connection& connection)
             bool refused = false;
             if (header.kind == FrameKind::Invoke)
             {
-                publication =
-                    GetServiceRegistry().FindByHandles({header.providerHandle, header.serviceHandle});
+                publication = registry.FindByHandles({header.providerHandle, header.serviceHandle});
                 if (publication && publication->providerName == connection.providerName &&
-                    !MayInvoke(*publication, header, connection.caller, writer))
+                    !MayInvoke(registry, *publication, header, connection.caller, writer))
                 {
                     // Refused by the header: the body is read past, never kept, and the refusal answers.
                     received = DiscardBytes(connection.fd, header.GetBodySize(), deadline);
@@ -471,8 +470,8 @@ String TulServer::ServeRequests(Connection& connection)
                 received = ReceiveBody(connection.fd, body, header.GetBodySize(), deadline);
                 if (received == IoResult::Ok)
                 {
-                    Handle(connection.providerName, connection.caller, header, publication, body, writer,
-                           stubs);
+                    Handle(registry, connection.providerName, connection.caller, header, publication, body,
+                           writer, stubs);
                 }
             }
         }

@@ -18,6 +18,8 @@
 
 namespace Kiv::System::Tul::Internal
 {
+class ServiceRegistry;
+
 /// The server side of this process: one endpoint per provider it publishes, a thread "TulAccept" that
 /// accepts on all of them, and a thread "TulConn" per connection, so that a slow call from one process
 /// never holds up another's, and a call may call back into its caller's process. A connection's thread
@@ -31,7 +33,8 @@ namespace Kiv::System::Tul::Internal
 class TulServer : private Commons::Logging::Loggable<TulServer, false>
 {
 public:
-    explicit TulServer(const TulSettings& settings);
+    /// Serves the publications of `registry`, which must outlive it.
+    TulServer(const TulSettings& settings, const ServiceRegistry& registry);
     TulServer(const TulServer&) = delete;
     TulServer& operator=(const TulServer&) = delete;
     /// Stops: see Stop.
@@ -85,6 +88,7 @@ private:
     void RemoveEndpoint(const Endpoint& endpoint) noexcept;
 
     const TulSettings settings;
+    const ServiceRegistry& registry;
     int wakeFd;
     mutable std::mutex mutex;
     std::vector<Endpoint> endpoints;

@@ -18,6 +18,7 @@
 #include <Kiv/System/Tul/RemotingWriter.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulServerContext.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -57,7 +58,7 @@ protected:
     {
         Nm::Internal::NotificationManagerSetup::Dispose();
         Commons::AppDomain::Dispose();
-        Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
     }
 
     RefuseAll refuseAll;

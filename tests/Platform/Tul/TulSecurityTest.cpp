@@ -5,6 +5,7 @@
 #include "Support/Stranger.h"
 
 #include <Kiv/Exceptions.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -57,7 +58,7 @@ protected:
     /// message, empty when it serves.
     std::string PublishAt(const std::string& endpoints)
     {
-        ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         settings.endpointDirectory = endpoints;
         ServiceManager::Configure(settings);
         try
@@ -179,7 +180,7 @@ TEST_F(TulSecurityTest, AClientRefusesAnEndpointThatAStrangerServesOrWhoseDirect
                 pause();  // serving until killed
             });
         ASSERT_EQ(impostor.ReadLine(), "listening");
-        ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         settings.endpointDirectory = c.directory;
         settings.callTimeLimit = std::chrono::seconds(1);
         ServiceManager::Configure(settings);

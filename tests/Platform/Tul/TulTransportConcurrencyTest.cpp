@@ -3,6 +3,7 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gtest/gtest.h>
 
@@ -33,7 +34,7 @@ void RunThreads(int count, const std::function<void(int)>& work)
 
 TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
 {
-    ServiceManager::Reset();
+    Kiv::System::Tul::Testing::UseNewTransport();
     Echo::EchoServiceFactory factories[2];
     std::atomic<int> found{0};
     RunThreads(4,
@@ -43,7 +44,7 @@ TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
                    {
                        if (t == 0 && i % 100 == 99)
                        {
-                           ServiceManager::Reset();
+                           Kiv::System::Tul::Testing::UseNewTransport();
                        }
                        else if (t < 2)
                        {
@@ -53,7 +54,7 @@ TEST(ServiceManagerConcurrencyTest, PublishGetAndResetFromManyThreads)
                        found += echo != nullptr && echo->Echo("x") == "x" ? 1 : 0;
                    }
                });
-    ServiceManager::Reset();
+    Kiv::System::Tul::Testing::UseNewTransport();
     EXPECT_GT(found.load(), 0);
 }
 
@@ -106,7 +107,7 @@ TEST(TulTransportConcurrencyTest, ThreadsShareAConnectionAndCallBackThroughAnoth
 
     ServiceManager::PublishService("P2", Echo::serviceName, factory);
     EXPECT_EQ(Echo::GetEcho("P2")->Echo("again"), "again");
-    ServiceManager::Reset();
+    Kiv::System::Tul::Testing::UseNewTransport();
     ServiceManager::Configure(original);
 }
 
@@ -132,6 +133,6 @@ TEST(TulTransportConcurrencyTest, AServiceThatItsProviderPublishesAMomentLaterIs
     publisher.join();
     EXPECT_NE(found, nullptr);
     EXPECT_EQ(std::unique_ptr<ITulService>(ServiceManager::GetService("P", never)), nullptr);
-    ServiceManager::Reset();
+    Kiv::System::Tul::Testing::UseNewTransport();
     ServiceManager::Configure(original);
 }

@@ -2,6 +2,7 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,6 +59,28 @@ TEST_F(TulTransportMultiProcessTest,
     ASSERT_NE(again, nullptr);
     EXPECT_EQ(again->Echo("back"), "back");
     EXPECT_THAT([&] { echo->Echo("old"); }, lost);  // nothing reconnects it
+}
+
+TEST_F(TulTransportMultiProcessTest, TheConnectionToADepartedProviderGoesWithTheLastProxyOnIt)
+{
+    settings.connectWait = 0s;  // the departed provider's endpoint is left behind
+    ServiceManager::Configure(settings);
+    const std::size_t before = Testing::CountClients();
+    ChildProcess& host = StartHost("B");
+    auto first = GetEcho("B");
+    auto second = GetEcho("B");
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(second->Echo("shared"), "shared");
+    EXPECT_EQ(Testing::CountClients(), before + 1);
+    first.reset();
+    host.Stop(SIGKILL);
+
+    // The next look-up lets the transport's hold go; the proxy's hold stays until the proxy goes.
+    EXPECT_EQ(GetEcho("B"), nullptr);
+    EXPECT_EQ(Testing::CountClients(), before + 1);
+    EXPECT_THAT([&] { second->Echo("gone"); }, Lost(HasSubstr("Connection to provider 'B' is lost")));
+    second.reset();
+    EXPECT_EQ(Testing::CountClients(), before);
 }
 
 TEST_F(TulTransportMultiProcessTest, FrameSizeAndCallTimeLimitsAreEnforcedOnBothSides)

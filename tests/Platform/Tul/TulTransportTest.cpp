@@ -5,6 +5,7 @@
 #include <Kiv/System/Tul/TulDefaultAuthorizator.h>
 #include <Kiv/System/Tul/TulPolicyAuthorizator.h>
 #include <Kiv/System/Tul/TulServiceAuthorizator.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -153,10 +154,10 @@ TulPolicyAuthorizator ReadPolicy(const std::string& content, const std::vector<K
 class TulTransportTest : public ::testing::Test
 {
 protected:
-    void SetUp() override { ServiceManager::Reset(); }
+    void SetUp() override { Kiv::System::Tul::Testing::UseNewTransport(); }
     void TearDown() override
     {
-        ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         ServiceManager::Configure(original);
         std::filesystem::remove(policyPath);
     }
@@ -274,7 +275,7 @@ TEST_F(ServiceManagerTest, EachCallerGetsAServiceMadeByTheFactoryPublishedUnderT
     EXPECT_EQ(factory.made, 3);
     EXPECT_EQ(factory.lastAuthorizator, &policy);
 
-    ServiceManager::Reset();  // withdraws publications and policy
+    Kiv::System::Tul::Testing::UseNewTransport();  // withdraws publications and policy
     EXPECT_EQ(Echo::GetEcho("ProcessA"), nullptr);
     EXPECT_EQ(ServiceManager::SetAuthorizator(nullptr), nullptr);
     EXPECT_THROW(ServiceManager::PublishService(nullptr, Echo::serviceName, factory), Kiv::ArgumentException);
@@ -437,13 +438,68 @@ TEST_F(TulTransportTest, MarshalledCallsGoThroughAStubAndCheckHowTheirContextIsU
     EXPECT_EQ(client.GetServiceHandle(proxy.GetProviderHandle(), "Test.ISecond"), 2);
 }
 
+TEST_F(TulTransportTest, ATransactionHandedOnLeavesNothingToUseBehindAndGivesTheConnectionBackOnce)
+{
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    ServiceManager::Configure(settings);
+    ServiceManager::PublishService("P", Echo::serviceName, factory);
+    const auto echo = Echo::GetEcho("P");
+    TulClient& client = dynamic_cast<Echo::EchoServiceProxy&>(*echo).GetClient();
+    TulClient::Transaction taken = Testing::TakeTransaction(client);
+    TulClient::Transaction holder = std::move(taken);
+    const std::vector<std::function<void()>> uses{
+        [&] { taken.StartRequest(); },
+        [&] { taken.GetWriter(); },
+        [&] { taken.SendRequest(1, 1, 1); },
+        [&] { taken.ReceiveResponse(); },
+        [&] { taken.GetBody(); },
+        [&] { taken.Resolve(Echo::serviceName); },
+        [&] { taken.Break("x"); },
+        [&] { taken.GetProviderName(); },
+    };
+    for (std::size_t i = 0; i < uses.size(); ++i)
+    {
+        EXPECT_THAT(uses[i], ThrowsMessage<Kiv::InvalidOperationException>(
+                                 "The transaction was handed on and holds no connection"))
+            << "use " << i;
+    }
+    EXPECT_EQ(holder.Resolve(Echo::serviceName), (std::pair<std::uint16_t, std::uint16_t>(1, 1)));
+    EXPECT_THROW(echo->Echo("held"), Kiv::InvalidOperationException);  // by this very thread
+    taken = std::move(holder);
+    {
+        const TulClient::Transaction last = std::move(taken);
+    }
+    EXPECT_EQ(echo->Echo("free"), "free");
+}
+
+TEST_F(TulTransportTest, AStoppedTransportLetsGoOfItsConnectionsWithTheirLastProxyAndANewOneServes)
+{
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    const std::size_t before = Testing::CountClients();
+    for (const bool ownTransport : {false, true})
+    {
+        ServiceManager::Configure(settings);
+        ServiceManager::PublishService("P", Echo::serviceName, factory);
+        auto echo = Echo::GetEcho("P");
+        ASSERT_NE(echo, nullptr);
+        EXPECT_EQ(echo->Echo("served"), "served");
+        EXPECT_EQ(Testing::CountClients(), before + 1);
+        ownTransport ? Testing::UseNewTransport(settings) : ServiceManager::Shutdown();
+        EXPECT_THAT([&] { echo->Echo("late"); },
+                    ThrowsMessage<Kiv::CommunicationException>(
+                        "Connection to provider 'P' is lost: the service manager was shut down"));
+        echo.reset();
+        EXPECT_EQ(Testing::CountClients(), before) << "own transport " << ownTransport;
+    }
+}
+
 TEST_F(TulTransportTest, SettingsWithoutMeaningAreRefused)
 {
     const std::vector<std::function<void(TulSettings&)>> mistakes{
-        [](TulSettings& s) { s.systemName = ""; },
-        [](TulSettings& s) { s.endpointDirectory = ""; },
-        [](TulSettings& s) { s.maxFrameSize = 63; },
-        [](TulSettings& s) { s.callTimeLimit = -1ms; },
+        [](TulSettings& s) { s.systemName = ""; },      [](TulSettings& s) { s.endpointDirectory = ""; },
+        [](TulSettings& s) { s.maxFrameSize = 63; },    [](TulSettings& s) { s.callTimeLimit = -1ms; },
         [](TulSettings& s) { s.maxPayloadMemory = 0; },
     };
     for (std::size_t i = 0; i < mistakes.size(); ++i)

@@ -9,6 +9,7 @@
 #include "Support/SystemDirectoryTest.h"
 
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulTesting.h>
 
 #include <gtest/gtest.h>
 
@@ -26,13 +27,13 @@ protected:
         settings.endpointDirectory = directory;
         settings.systemName = system;
         settings.connectWait = std::chrono::seconds(20);
-        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 
     void TearDown() override
     {
-        Kiv::System::Tul::ServiceManager::Reset();
+        Kiv::System::Tul::Testing::UseNewTransport();
         hosts.clear();
         SystemDirectoryTest::TearDown();
     }

@@ -13,8 +13,8 @@ class ITulServiceProxyFactory;
 /// The registry of published services: names are the only address, a provider name and a service name.
 /// A caller in the publishing process gets the service object itself; a caller in another process of the
 /// same system gets a proxy on a connection to the provider's endpoint (see TulSettings). All operations
-/// are safe to call from any thread. Shutdown and Reset wait for the calls that server threads are serving,
-/// so such a call must not call them, nor Configure or PublishService while they may run.
+/// are safe to call from any thread. Shutdown waits for the calls that server threads are serving, so such
+/// a call must not call it, nor Configure or PublishService while it may run.
 class KIV_API ServiceManager
 {
 public:
@@ -55,15 +55,12 @@ public:
     /// system's internal services); null for the default one, TulDefaultAuthorizator. Callers running as
     /// this process's user or as root are always granted, without asking it. A refused call is answered
     /// with UnauthorizedAccessException "Access denied to '{operation}' ..." by its header: its body is
-    /// read past, never kept. Not owned; Reset forgets it. Returns the one installed before.
+    /// read past, never kept. Not owned. Returns the one installed before.
     static ITulAuthorizator* SetInternalAuthorizator(ITulAuthorizator* authorizator) noexcept;
 
     /// The host's last call: withdraws every publication, stops the server threads, closes every
     /// connection and removes this process's endpoints. Proxies still held fail from now on with
-    /// CommunicationException. Settings and authorizator stay, so a new setup can follow.
+    /// CommunicationException. Settings and authorizators stay, so a new setup can follow.
     static void Shutdown() noexcept;
-
-    /// Shutdown, and forgets both authorizators, so that a test starts from nothing.
-    static void Reset() noexcept;
 };
 }  // namespace Kiv::System::Tul

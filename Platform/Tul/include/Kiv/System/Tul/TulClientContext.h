@@ -2,21 +2,20 @@
 
 #include <Kiv/Export.h>
 #include <Kiv/System/Tul/RemotingReader.h>
+#include <Kiv/System/Tul/TulClient.h>
 
 #include <cstdint>
 #include <optional>
 
 namespace Kiv::System::Tul
 {
-class RemotingWriter;
-class TulClient;
-
 /// One call on a TulClient, made by a proxy inside the client's transaction: the request is written on
 /// GetWriter between BeginServiceInvocationRequest and EndServiceInvocationRequest, which sends it, and
 /// the response is read from GetReader between BeginServiceInvocationResponse, which waits for it, and
-/// EndServiceInvocationResponse. Buffers are the connection's, so a call allocates nothing beyond their
-/// growth. A call given up after its request was sent breaks the connection, since the late response
-/// would be taken for the next call's.
+/// EndServiceInvocationResponse. It holds the transaction that BeginTransaction took, and with it the
+/// connection's buffers, so a call allocates nothing beyond their growth; it gives the transaction back
+/// for EndTransaction at its end. A call given up after its request was sent breaks the connection, since
+/// the late response would be taken for the next call's.
 class KIV_API TulClientContext
 {
 public:
@@ -58,6 +57,7 @@ private:
     void ExpectState(State expected, const char* operation) const;
 
     TulClient& client;
+    TulClient::Transaction transaction;
     State state = State::Idle;
     std::uint16_t providerHandle = 0;
     std::uint16_t serviceHandle = 0;
