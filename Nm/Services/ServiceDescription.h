@@ -6,10 +6,18 @@
 #include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/Services/Wire.h>
 
+#include <Kiv/System/Tul/TulServiceBases.h>
 #include <Kiv/System/Tul/TulServiceDescription.h>
 
 namespace Kiv::System::Nm::Services
 {
+// The frame's bases, under the names the services of this library know them by.
+using Tul::TulServiceFactoryBase;
+using Tul::TulServiceProxyBase;
+using Tul::TulServiceProxyFactoryBase;
+using Tul::TulServiceSecurityStubBase;
+using Tul::TulServiceStubBase;
+
 /// The wire form of Wire.h, for the frame's templates.
 struct WireCodec
 {
