@@ -1,30 +1,13 @@
 #pragma once
 
-#include <Nm/Services/TulServiceFactoryBase.h>
+#include <Nm/Services/NotificationManagerServiceImpl.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services
 {
-class NotificationManagerServiceImpl;
-
-/// Makes the server side of INotificationManagerService, with every call checked by the security stub.
-class KIV_API NotificationManagerServiceFactory : public TulServiceFactoryBase
-{
-public:
-    static NotificationManagerServiceFactory& GetInstance();
-
-    Tul::ITulService* CreateServiceImpl(const char* providerName,
-                                        Tul::ITulAuthorizator* authorizator) override;
-    Tul::ITulServiceStub* CreateServiceStub(const char* providerName,
-                                            Tul::ITulAuthorizator* authorizator) override;
-
-private:
-    NotificationManagerServiceFactory();
-    NotificationManagerServiceImpl* CreateService(const char* providerName,
-                                                  Tul::ITulAuthorizator* authorizator) const;
-
-    // Exists from the loading of the library on, so that no publication outlives its factory.
-    static NotificationManagerServiceFactory instance;
-};
+// NotificationManagerServiceSecurityStub, NotificationManagerServiceStub and
+// NotificationManagerServiceFactory, with every call checked by the security stub.
+KIV_TUL_SERVER_CLASSES(NotificationManagerService, KIV_NM_NOTIFICATION_MANAGER_SERVICE_OPERATIONS, KIV_API);
 }  // namespace Kiv::System::Nm::Services

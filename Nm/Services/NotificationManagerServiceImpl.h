@@ -8,19 +8,6 @@ namespace Kiv::System::Nm::Services
 class NotificationManagerServiceImpl : public INotificationManagerService
 {
 public:
-    std::uint32_t RegisterNotification(const TulString<512>& notificationName,
-                                       const TulString<512>& senderName, Severity severity,
-                                       const TulString<512>& payloadTypeName) override;
-    void UnregisterNotification(std::uint32_t notificationNameId) override;
-    std::uint64_t SendNotification(std::uint32_t notificationNameId, DateTime timestamp,
-                                   const std::vector<TulVariant<512>>& payload) override;
-    TulString<512> GetNotificationName(std::uint32_t notificationNameId) override;
-    std::uint32_t GetNotificationNameId(const TulString<512>& notificationName) override;
-    std::vector<std::uint32_t> GetNotificationNameIdsByStatus(NotificationRegistrationStatus status) override;
-    std::vector<std::uint32_t> GetAllKnownNotificationNameIds() override;
-    NotificationRegistrationInfo GetNotificationRegistration(std::uint32_t notificationNameId) override;
-    std::uint16_t GetPayloadTypeId(const TulString<512>& payloadTypeName) override;
-    TulString<512> GetPayloadTypeName(std::uint16_t payloadTypeId) override;
-    std::uint64_t GetNumberOfSubmittedNotifications() override;
+    KIV_NM_NOTIFICATION_MANAGER_SERVICE_OPERATIONS(KIV_TUL_OVERRIDE)
 };
 }  // namespace Kiv::System::Nm::Services

@@ -1,21 +1,12 @@
 #pragma once
 
-#include <Nm/Services/TulServiceProxyFactoryBase.h>
+#include <Nm/Services/INotificationManagerService.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services
 {
-/// Knows the names of INotificationManagerService and makes its proxies.
-class KIV_API NotificationManagerServiceProxyFactory : public TulServiceProxyFactoryBase
-{
-public:
-    static NotificationManagerServiceProxyFactory& GetInstance();
-
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                              Tul::TulClient& client) override;
-
-private:
-    NotificationManagerServiceProxyFactory();
-};
+// NotificationManagerServiceProxy and NotificationManagerServiceProxyFactory.
+KIV_TUL_CLIENT_CLASSES(NotificationManagerService, KIV_NM_NOTIFICATION_MANAGER_SERVICE_OPERATIONS, KIV_API);
 }  // namespace Kiv::System::Nm::Services

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <Nm/NotificationRegistrationInfo.h>
-#include <Nm/NotificationRegistrationStatus.h>
+#include <Nm/Services/ServiceDescription.h>
 #include <Nm/Severity.h>
 #include <Nm/TulString.h>
 #include <Nm/TulVariant.h>
@@ -15,11 +14,14 @@
 
 namespace Kiv::System::Nm::Services::Internal
 {
+struct NotificationSendingServiceDescription;
+
 /// Registering names and sending notifications at the broker. Ids travel as plain integers and names as fixed
 /// strings.
 class KIV_API INotificationSendingService : public Tul::ITulService
 {
 public:
+    using Description = NotificationSendingServiceDescription;
     ~INotificationSendingService() override;
 
     virtual std::uint32_t RegisterNotification(const TulString<512>& notificationName,
@@ -28,5 +30,18 @@ public:
     virtual void UnregisterNotification(std::uint32_t notificationNameId) = 0;
     virtual std::uint64_t SendNotification(std::uint32_t notificationNameId, DateTime timestamp,
                                            const std::vector<TulVariant<512>>& payload) = 0;
+};
+
+/// Operation(method id, result, name, argument types in wire order), in the order of the interface.
+#define KIV_NM_NOTIFICATION_SENDING_SERVICE_OPERATIONS(Operation)                                   \
+    Operation(1, std::uint32_t, RegisterNotification, const TulString<512>&, const TulString<512>&, \
+              Severity, std::uint16_t) Operation(2, void, UnregisterNotification, std::uint32_t)    \
+        Operation(3, std::uint64_t, SendNotification, std::uint32_t, DateTime,                      \
+                  const std::vector<TulVariant<512>>&)
+
+struct NotificationSendingServiceDescription : ServiceDescription<INotificationSendingService>
+{
+    static constexpr const char* serviceName = "Kiv.System.Nm.Services.Internal.INotificationSendingService";
+    KIV_TUL_OPERATION_TABLE(KIV_NM_NOTIFICATION_SENDING_SERVICE_OPERATIONS)
 };
 }  // namespace Kiv::System::Nm::Services::Internal

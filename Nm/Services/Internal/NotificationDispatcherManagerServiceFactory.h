@@ -1,30 +1,14 @@
 #pragma once
 
-#include <Nm/Services/TulServiceFactoryBase.h>
+#include <Nm/Services/Internal/NotificationDispatcherManagerServiceImpl.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-class NotificationDispatcherManagerServiceImpl;
-
-/// Makes the server side of INotificationDispatcherManagerService.
-class KIV_API NotificationDispatcherManagerServiceFactory : public TulServiceFactoryBase
-{
-public:
-    static NotificationDispatcherManagerServiceFactory& GetInstance();
-
-    Tul::ITulService* CreateServiceImpl(const char* providerName,
-                                        Tul::ITulAuthorizator* authorizator) override;
-    Tul::ITulServiceStub* CreateServiceStub(const char* providerName,
-                                            Tul::ITulAuthorizator* authorizator) override;
-
-private:
-    NotificationDispatcherManagerServiceFactory();
-    NotificationDispatcherManagerServiceImpl* CreateService(const char* providerName,
-                                                            Tul::ITulAuthorizator* authorizator) const;
-
-    // Exists from the loading of the library on, so that no publication outlives its factory.
-    static NotificationDispatcherManagerServiceFactory instance;
-};
+// NotificationDispatcherManagerServiceSecurityStub, NotificationDispatcherManagerServiceStub and
+// NotificationDispatcherManagerServiceFactory.
+KIV_TUL_SERVER_CLASSES(NotificationDispatcherManagerService,
+                       KIV_NM_NOTIFICATION_DISPATCHER_MANAGER_SERVICE_OPERATIONS, KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -8,11 +8,6 @@ namespace Kiv::System::Nm::Services::Internal
 class NotificationDispatcherManagerServiceImpl : public INotificationDispatcherManagerService
 {
 public:
-    std::uint16_t RegisterDispatcher(const TulString<512>& dispatcherName) override;
-    void UnregisterDispatcher(std::uint16_t dispatcherId) override;
-    void RegisterNotificationDispatch(std::uint32_t notificationNameId, std::uint16_t dispatcherId) override;
-    void UnregisterNotificationDispatch(std::uint32_t notificationNameId,
-                                        std::uint16_t dispatcherId) override;
-    bool ContainsNotificationDispatch(std::uint32_t notificationNameId, std::uint16_t dispatcherId) override;
+    KIV_NM_NOTIFICATION_DISPATCHER_MANAGER_SERVICE_OPERATIONS(KIV_TUL_OVERRIDE)
 };
 }  // namespace Kiv::System::Nm::Services::Internal

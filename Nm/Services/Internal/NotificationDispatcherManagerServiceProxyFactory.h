@@ -1,21 +1,13 @@
 #pragma once
 
-#include <Nm/Services/TulServiceProxyFactoryBase.h>
+#include <Nm/Services/Internal/INotificationDispatcherManagerService.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-/// Knows the names of INotificationDispatcherManagerService and makes its proxies.
-class KIV_API NotificationDispatcherManagerServiceProxyFactory : public TulServiceProxyFactoryBase
-{
-public:
-    static NotificationDispatcherManagerServiceProxyFactory& GetInstance();
-
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                              Tul::TulClient& client) override;
-
-private:
-    NotificationDispatcherManagerServiceProxyFactory();
-};
+// NotificationDispatcherManagerServiceProxy and NotificationDispatcherManagerServiceProxyFactory.
+KIV_TUL_CLIENT_CLASSES(NotificationDispatcherManagerService,
+                       KIV_NM_NOTIFICATION_DISPATCHER_MANAGER_SERVICE_OPERATIONS, KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

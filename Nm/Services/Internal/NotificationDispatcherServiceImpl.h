@@ -8,6 +8,6 @@ namespace Kiv::System::Nm::Services::Internal
 class NotificationDispatcherServiceImpl : public INotificationDispatcherService
 {
 public:
-    void Dispatch(const Notification& notification, const std::vector<std::uint32_t>& nameIds) override;
+    KIV_NM_NOTIFICATION_DISPATCHER_SERVICE_OPERATIONS(KIV_TUL_OVERRIDE)
 };
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -1,22 +1,13 @@
 #pragma once
 
-#include <Nm/Services/TulServiceProxyFactoryBase.h>
+#include <Nm/Services/Internal/INotificationDispatcherService.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-/// Makes the proxies of dispatcher services. Has no provider name of its own: each dispatcher is fetched
-/// under the name of its process's AppDomain.
-class KIV_API NotificationDispatcherServiceProxyFactory : public TulServiceProxyFactoryBase
-{
-public:
-    static NotificationDispatcherServiceProxyFactory& GetInstance();
-
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                              Tul::TulClient& client) override;
-
-private:
-    NotificationDispatcherServiceProxyFactory();
-};
+// NotificationDispatcherServiceProxy and NotificationDispatcherServiceProxyFactory.
+KIV_TUL_CLIENT_CLASSES(NotificationDispatcherService, KIV_NM_NOTIFICATION_DISPATCHER_SERVICE_OPERATIONS,
+                       KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

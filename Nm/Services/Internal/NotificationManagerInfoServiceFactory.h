@@ -1,30 +1,14 @@
 #pragma once
 
-#include <Nm/Services/TulServiceFactoryBase.h>
+#include <Nm/Services/Internal/NotificationManagerInfoServiceImpl.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-class NotificationManagerInfoServiceImpl;
-
-/// Makes the server side of INotificationManagerInfoService.
-class KIV_API NotificationManagerInfoServiceFactory : public TulServiceFactoryBase
-{
-public:
-    static NotificationManagerInfoServiceFactory& GetInstance();
-
-    Tul::ITulService* CreateServiceImpl(const char* providerName,
-                                        Tul::ITulAuthorizator* authorizator) override;
-    Tul::ITulServiceStub* CreateServiceStub(const char* providerName,
-                                            Tul::ITulAuthorizator* authorizator) override;
-
-private:
-    NotificationManagerInfoServiceFactory();
-    NotificationManagerInfoServiceImpl* CreateService(const char* providerName,
-                                                      Tul::ITulAuthorizator* authorizator) const;
-
-    // Exists from the loading of the library on, so that no publication outlives its factory.
-    static NotificationManagerInfoServiceFactory instance;
-};
+// NotificationManagerInfoServiceSecurityStub, NotificationManagerInfoServiceStub and
+// NotificationManagerInfoServiceFactory.
+KIV_TUL_SERVER_CLASSES(NotificationManagerInfoService, KIV_NM_NOTIFICATION_MANAGER_INFO_SERVICE_OPERATIONS,
+                       KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -1,18 +1,9 @@
-#include <Nm/AppDomainSingleton.h>
-#include <Nm/Internal/NotificationBroker/NotificationBroker.h>
+#include <Nm/Services/Internal/Broker.h>
 #include <Nm/Services/Internal/NotificationManagerInfoServiceImpl.h>
 #include <Nm/Services/ServiceValues.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-namespace
-{
-Nm::Internal::NotificationBroker::NotificationBroker& Broker()
-{
-    return AppDomainSingleton<Nm::Internal::NotificationBroker::NotificationBroker>::GetInstance();
-}
-}  // namespace
-
 TulString<512> NotificationManagerInfoServiceImpl::GetNotificationName(std::uint32_t notificationNameId)
 {
     return ToTulString(Broker().GetNotificationName(NotificationNameId(notificationNameId)));

@@ -8,13 +8,6 @@ namespace Kiv::System::Nm::Services::Internal
 class NotificationManagerInfoServiceImpl : public INotificationManagerInfoService
 {
 public:
-    TulString<512> GetNotificationName(std::uint32_t notificationNameId) override;
-    std::uint32_t GetNotificationNameId(const TulString<512>& notificationName) override;
-    std::vector<std::uint32_t> GetNotificationNameIdsByStatus(NotificationRegistrationStatus status) override;
-    std::vector<std::uint32_t> GetAllKnownNotificationNameIds() override;
-    NotificationRegistrationInfo GetNotificationRegistration(std::uint32_t notificationNameId) override;
-    std::uint16_t GetPayloadTypeId(const TulString<512>& payloadTypeName) override;
-    TulString<512> GetPayloadTypeName(std::uint16_t payloadTypeId) override;
-    std::uint64_t GetNumberOfSubmittedNotifications() override;
+    KIV_NM_NOTIFICATION_MANAGER_INFO_SERVICE_OPERATIONS(KIV_TUL_OVERRIDE)
 };
 }  // namespace Kiv::System::Nm::Services::Internal

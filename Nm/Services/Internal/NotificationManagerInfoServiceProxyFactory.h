@@ -1,21 +1,13 @@
 #pragma once
 
-#include <Nm/Services/TulServiceProxyFactoryBase.h>
+#include <Nm/Services/Internal/INotificationManagerInfoService.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-/// Knows the names of INotificationManagerInfoService and makes its proxies.
-class KIV_API NotificationManagerInfoServiceProxyFactory : public TulServiceProxyFactoryBase
-{
-public:
-    static NotificationManagerInfoServiceProxyFactory& GetInstance();
-
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                              Tul::TulClient& client) override;
-
-private:
-    NotificationManagerInfoServiceProxyFactory();
-};
+// NotificationManagerInfoServiceProxy and NotificationManagerInfoServiceProxyFactory.
+KIV_TUL_CLIENT_CLASSES(NotificationManagerInfoService, KIV_NM_NOTIFICATION_MANAGER_INFO_SERVICE_OPERATIONS,
+                       KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

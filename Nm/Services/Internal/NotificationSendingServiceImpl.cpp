@@ -1,18 +1,9 @@
-#include <Nm/AppDomainSingleton.h>
-#include <Nm/Internal/NotificationBroker/NotificationBroker.h>
+#include <Nm/Services/Internal/Broker.h>
 #include <Nm/Services/Internal/NotificationSendingServiceImpl.h>
 #include <Nm/Services/ServiceValues.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-namespace
-{
-Nm::Internal::NotificationBroker::NotificationBroker& Broker()
-{
-    return AppDomainSingleton<Nm::Internal::NotificationBroker::NotificationBroker>::GetInstance();
-}
-}  // namespace
-
 std::uint32_t NotificationSendingServiceImpl::RegisterNotification(const TulString<512>& notificationName,
                                                                    const TulString<512>& senderName,
                                                                    Severity severity,

@@ -8,11 +8,6 @@ namespace Kiv::System::Nm::Services::Internal
 class NotificationSendingServiceImpl : public INotificationSendingService
 {
 public:
-    std::uint32_t RegisterNotification(const TulString<512>& notificationName,
-                                       const TulString<512>& senderName, Severity severity,
-                                       std::uint16_t payloadTypeId) override;
-    void UnregisterNotification(std::uint32_t notificationNameId) override;
-    std::uint64_t SendNotification(std::uint32_t notificationNameId, DateTime timestamp,
-                                   const std::vector<TulVariant<512>>& payload) override;
+    KIV_NM_NOTIFICATION_SENDING_SERVICE_OPERATIONS(KIV_TUL_OVERRIDE)
 };
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -1,21 +1,12 @@
 #pragma once
 
-#include <Nm/Services/TulServiceProxyFactoryBase.h>
+#include <Nm/Services/Internal/INotificationSendingService.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-/// Knows the names of INotificationSendingService and makes its proxies.
-class KIV_API NotificationSendingServiceProxyFactory : public TulServiceProxyFactoryBase
-{
-public:
-    static NotificationSendingServiceProxyFactory& GetInstance();
-
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                              Tul::TulClient& client) override;
-
-private:
-    NotificationSendingServiceProxyFactory();
-};
+// NotificationSendingServiceProxy and NotificationSendingServiceProxyFactory.
+KIV_TUL_CLIENT_CLASSES(NotificationSendingService, KIV_NM_NOTIFICATION_SENDING_SERVICE_OPERATIONS, KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -8,8 +8,6 @@ namespace Kiv::System::Nm::Services::Internal
 class SubscriptionStateServiceImpl : public ISubscriptionStateService
 {
 public:
-    bool IsChecked() override;
-    void SetStateChecked() override;
-    void SetStateRelaxed() override;
+    KIV_NM_SUBSCRIPTION_STATE_SERVICE_OPERATIONS(KIV_TUL_OVERRIDE)
 };
 }  // namespace Kiv::System::Nm::Services::Internal

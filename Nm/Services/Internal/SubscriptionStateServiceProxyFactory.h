@@ -1,21 +1,12 @@
 #pragma once
 
-#include <Nm/Services/TulServiceProxyFactoryBase.h>
+#include <Nm/Services/Internal/ISubscriptionStateService.h>
 
 #include <Kiv/Export.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 namespace Kiv::System::Nm::Services::Internal
 {
-/// Knows the names of ISubscriptionStateService and makes its proxies.
-class KIV_API SubscriptionStateServiceProxyFactory : public TulServiceProxyFactoryBase
-{
-public:
-    static SubscriptionStateServiceProxyFactory& GetInstance();
-
-    Tul::ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                              Tul::TulClient& client) override;
-
-private:
-    SubscriptionStateServiceProxyFactory();
-};
+// SubscriptionStateServiceProxy and SubscriptionStateServiceProxyFactory.
+KIV_TUL_CLIENT_CLASSES(SubscriptionStateService, KIV_NM_SUBSCRIPTION_STATE_SERVICE_OPERATIONS, KIV_API);
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -1,22 +1,13 @@
 #pragma once
 
-// A small service for the transport's tests, with the classes a service brings along: interface,
-// implementation, stub, factory, proxy and proxy factory.
+// A small service for the transport's tests: an interface, its description and implementation, and the
+// classes that the frame's templates make of them.
 
 #include <Kiv/Exceptions.h>
-#include <Kiv/System/Tul/ITulService.h>
-#include <Kiv/System/Tul/ITulServiceFactory.h>
-#include <Kiv/System/Tul/ITulServiceProxy.h>
-#include <Kiv/System/Tul/ITulServiceProxyFactory.h>
-#include <Kiv/System/Tul/ITulServiceStub.h>
-#include <Kiv/System/Tul/RemotingReader.h>
-#include <Kiv/System/Tul/RemotingWriter.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
-#include <Kiv/System/Tul/TulClient.h>
-#include <Kiv/System/Tul/TulClientContext.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
-#include <Kiv/System/Tul/TulServerContext.h>
+#include <Kiv/System/Tul/TulServiceBases.h>
 
 #include <atomic>
 #include <chrono>
@@ -34,10 +25,14 @@ using Kiv::String;
 
 constexpr const char* serviceName = "Test.IEchoService";
 
+struct EchoDescription;
+
 /// The methods, by their ids 1 to 7.
 class IEchoService : public ITulService
 {
 public:
+    using Description = EchoDescription;
+
     virtual String Echo(const String& text) = 0;
     virtual std::uint32_t Add(std::uint32_t a, std::uint32_t b) = 0;
     /// Raises the exception that the registry makes of `typeName` and `message`.
@@ -49,6 +44,62 @@ public:
     virtual String Fill(std::uint32_t length) = 0;
     /// "server PID caller UID GID PID": the serving process and the caller of the current call.
     virtual String Identify() = 0;
+};
+
+// The wire: numbers with their tag, texts of any length as a length and their bytes; nothing for a void
+// result.
+using Nothing = std::tuple<>;
+inline void Put(TulWriter& w, std::uint32_t value)
+{
+    w.WriteTag(TulType::UInt32);
+    w.WriteDataInternal(&value, sizeof value);
+}
+inline void Put(TulWriter& w, const String& text)
+{
+    w.WriteArrayLength(static_cast<std::uint32_t>(text.size()));
+    w.WriteDataInternal(text.data(), text.size());
+}
+inline void Put(TulWriter&, Nothing) {}
+inline void Get(TulReader& r, std::uint32_t& value)
+{
+    r.ReadTag(TulType::UInt32);
+    r.ReadDataInternal(&value, sizeof value);
+}
+inline void Get(TulReader& r, String& text)
+{
+    text.assign(r.ReadArrayLength(), '\0');
+    r.ReadDataInternal(text.data(), text.size());
+}
+inline void Get(TulReader&, Nothing&) {}
+
+struct EchoCodec
+{
+    template <class T>
+    static void Write(TulWriter& w, const T& value)
+    {
+        Put(w, value);
+    }
+    template <class T>
+    static void Read(TulReader& r, T& value)
+    {
+        Get(r, value);
+    }
+};
+
+#define ECHO_OPERATIONS(Operation)                                                                           \
+    Operation(1, String, Echo, const String&) Operation(2, std::uint32_t, Add, std::uint32_t, std::uint32_t) \
+        Operation(3, void, Throw, const String&, const String&) Operation(4, void, Sleep, std::uint32_t)     \
+            Operation(5, String, CallBack, const String&, const String&)                                     \
+                Operation(6, String, Fill, std::uint32_t) Operation(7, String, Identify)
+
+struct EchoDescription
+{
+    using Interface = IEchoService;
+    using Codec = EchoCodec;
+    static constexpr const char* serviceName = Echo::serviceName;
+    static constexpr const char* providerName = "";
+    static constexpr bool guarded = false;
+    KIV_TUL_OPERATION_TABLE(ECHO_OPERATIONS)
 };
 
 /// The echo service of `providerName`, or null.
@@ -91,178 +142,43 @@ public:
     }
 };
 
-// The wire: numbers with their tag, texts of any length as a length and their bytes; nothing for a void
-// result.
-using Nothing = std::tuple<>;
-inline void Put(TulWriter& w, std::uint32_t value)
-{
-    w.WriteTag(TulType::UInt32);
-    w.WriteDataInternal(&value, sizeof value);
-}
-inline void Put(TulWriter& w, const String& text)
-{
-    w.WriteArrayLength(static_cast<std::uint32_t>(text.size()));
-    w.WriteDataInternal(text.data(), text.size());
-}
-inline void Put(TulWriter&, Nothing) {}
-inline void Get(TulReader& r, std::uint32_t& value)
-{
-    r.ReadTag(TulType::UInt32);
-    r.ReadDataInternal(&value, sizeof value);
-}
-inline void Get(TulReader& r, String& text)
-{
-    text.assign(r.ReadArrayLength(), '\0');
-    r.ReadDataInternal(text.data(), text.size());
-}
-inline void Get(TulReader&, Nothing&) {}
-template <class T>
-T Take(TulReader& r)
-{
-    T value{};
-    Get(r, value);
-    return value;
-}
+using EchoServiceStub = TulServiceStubBase<IEchoService>;
 
-class EchoServiceStub : public ITulServiceStub
+class EchoServiceFactory : public TulServiceFactory<EchoServiceImpl, void, EchoServiceStub>
 {
 public:
-    explicit EchoServiceStub(IEchoService* service) : service(service) {}
-
-    void Invoke(int methodId, TulServerContext& context) override
-    {
-        RemotingReader& in = context.GetReader();
-        auto answer = [&](const auto& result)
-        {
-            context.GetWriter().WriteConfirmation(false);
-            Put(context.GetWriter(), result);
-        };
-        // Arguments are taken one statement at a time: their order on the wire is fixed.
-        switch (methodId)
-        {
-            case 1:
-                return answer(service->Echo(Take<String>(in)));
-            case 2:
-            {
-                const auto a = Take<std::uint32_t>(in);
-                return answer(service->Add(a, Take<std::uint32_t>(in)));
-            }
-            case 3:
-            {
-                const auto typeName = Take<String>(in);
-                return service->Throw(typeName, Take<String>(in)), answer(Nothing{});
-            }
-            case 4:
-                return service->Sleep(Take<std::uint32_t>(in)), answer(Nothing{});
-            case 5:
-            {
-                const auto provider = Take<String>(in);
-                return answer(service->CallBack(provider, Take<String>(in)));
-            }
-            case 6:
-                return answer(service->Fill(Take<std::uint32_t>(in)));
-            case 7:
-                return answer(service->Identify());
-            default:
-                context.AbortRequest(TulErrors::UnknownMethod, nullptr);
-        }
-    }
-
-private:
-    std::unique_ptr<IEchoService> service;
-};
-
-class EchoServiceFactory : public ITulServiceFactory
-{
-public:
-    bool GetUsesSecurityStub() const override { return false; }
-    const String& GetServiceProviderName() const override { return providerName; }
-    ITulService* CreateServiceImpl(const char*, ITulAuthorizator* authorizator) override
-    {
-        ++made;
-        lastAuthorizator = authorizator;
-        return new EchoServiceImpl;
-    }
-    ITulServiceStub* CreateServiceStub(const char* provider, ITulAuthorizator* authorizator) override
-    {
-        return new EchoServiceStub(static_cast<IEchoService*>(CreateServiceImpl(provider, authorizator)));
-    }
-
     /// How many service objects it made, and with which authorizator the last one.
     std::atomic<int> made{0};
     std::atomic<ITulAuthorizator*> lastAuthorizator{nullptr};
 
-private:
-    const String providerName;
+protected:
+    EchoServiceImpl* CreateService(const char* providerName, ITulAuthorizator* authorizator) override
+    {
+        ++made;
+        lastAuthorizator = authorizator;
+        return TulServiceFactory::CreateService(providerName, authorizator);
+    }
 };
 
-class EchoServiceProxy : public ITulServiceProxy, public IEchoService
+class EchoServiceProxy : public TulServiceProxyBase<IEchoService>
 {
 public:
-    EchoServiceProxy(std::uint16_t providerHandle, std::uint16_t serviceHandle, TulClient& client)
-        : providerHandle(providerHandle), serviceHandle(serviceHandle), client(client)
-    {
-    }
-    unsigned short GetServiceHandle() const override { return serviceHandle; }
-    unsigned short GetProviderHandle() const override { return providerHandle; }
-    void RefreshServiceHandle() override
-    {
-        serviceHandle = client.GetServiceHandle(providerHandle, serviceName);
-    }
+    using TulServiceProxyBase::TulServiceProxyBase;
     TulClient& GetClient() { return client; }
 
-    String Echo(const String& text) override { return Ask<String>(1, text); }
-    std::uint32_t Add(std::uint32_t a, std::uint32_t b) override { return Ask<std::uint32_t>(2, a, b); }
-    void Throw(const String& typeName, const String& message) override { Ask(3, typeName, message); }
-    void Sleep(std::uint32_t milliseconds) override { Ask(4, milliseconds); }
-    String CallBack(const String& providerName, const String& text) override
-    {
-        return Ask<String>(5, providerName, text);
-    }
-    String Fill(std::uint32_t length) override { return Ask<String>(6, length); }
-    String Identify() override { return Ask<String>(7); }
+    ECHO_OPERATIONS(KIV_TUL_PROXY_OPERATION)
 
     /// Method `methodId` with `arguments`, and its result: the call shape of every proxy operation. Any
     /// id, also one that the stub doesn't know.
     template <class Result = Nothing, class... Arguments>
     Result Ask(std::uint16_t methodId, const Arguments&... arguments)
     {
-        client.BeginTransaction(*this);
-        const std::unique_ptr<EchoServiceProxy, void (*)(EchoServiceProxy*)> end(
-            this, [](EchoServiceProxy* proxy) { proxy->client.EndTransaction(*proxy); });
-        TulClientContext context(client);
-        context.BeginServiceInvocationRequest(providerHandle, serviceHandle, methodId);
-        (Put(context.GetWriter(), arguments), ...);
-        context.EndServiceInvocationRequest();
-        context.BeginServiceInvocationResponse(providerHandle, serviceHandle, methodId);
-        Result result{};
-        Get(context.GetReader(), result);
-        context.EndServiceInvocationResponse();
-        return result;
+        return Call<Result>(methodId, std::forward_as_tuple(arguments...));
     }
-
-private:
-    std::uint16_t providerHandle;
-    std::uint16_t serviceHandle;
-    TulClient& client;
 };
 
-/// Makes proxies of the echo service, looked up under `name`.
-class EchoProxyFactory : public ITulServiceProxyFactory
-{
-public:
-    explicit EchoProxyFactory(const char* name = serviceName) : name(name) {}
-    const char* GetServiceName() const override { return name; }
-    const char* GetServiceProviderName() const override { return ""; }
-    ITulServiceProxy* CreateServiceProxy(unsigned short providerHandle, unsigned short serviceHandle,
-                                         TulClient& client) override
-    {
-        return new EchoServiceProxy(providerHandle, serviceHandle, client);
-    }
-
-private:
-    const char* name;
-};
+/// Makes proxies of the echo service, looked up under the name given.
+using EchoProxyFactory = TulServiceProxyFactory<EchoServiceProxy>;
 
 inline std::unique_ptr<IEchoService> GetEcho(const String& providerName)
 {

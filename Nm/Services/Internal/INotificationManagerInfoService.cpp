@@ -1,6 +1,0 @@
-#include <Nm/Services/Internal/INotificationManagerInfoService.h>
-
-namespace Kiv::System::Nm::Services::Internal
-{
-INotificationManagerInfoService::~INotificationManagerInfoService() = default;
-}
