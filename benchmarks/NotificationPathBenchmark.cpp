@@ -1524,6 +1524,11 @@ std::string Json(const Spread& s)
     return fmt::format("{{\"median\": {}, \"min\": {}, \"max\": {}}}", s.median, s.min, s.max);
 }
 
+std::string JsonNumber(double value)
+{
+    return std::isnan(value) ? "null" : fmt::format("{}", value);
+}
+
 /// A count's median (min–max), in `scale` units.
 std::string Rounded(const Spread& s, double scale = 1)
 {
@@ -1703,6 +1708,32 @@ int Drive(const Options& o)
                    Cell(r.p50, false), Cell(r.p99, false), Cell(r.p999, false), Plain(r.dropped),
                    Plain(r.allocations), Rounded(r.allocationsPerNotification));
     }
+    // Against the floor of the same run: medians over medians.
+    const Result* pingPong = nullptr;
+    const Result* stream = nullptr;
+    for (const auto& r : results)
+    {
+        pingPong = r.row->key == "floor-ping-pong" ? &r : pingPong;
+        stream = r.row->key == "floor-stream" ? &r : stream;
+    }
+    const auto ratio = [](double value, const Result* floor, Spread Result::*field)
+    { return floor == nullptr ? std::nan("") : value / (floor->*field).median; };
+    const auto ratioText = [](double value)
+    { return std::isnan(value) ? "-" : fmt::format("{:.3f}", value); };
+    if (pingPong != nullptr || stream != nullptr)
+    {
+        fmt::print(
+            "\n| Row | rate ÷ stream floor rate | rate ÷ ping-pong floor rate | p50 ÷ ping-pong floor p50 "
+            "|\n");
+        fmt::print("|---|---|---|---|\n");
+        for (const auto& r : results)
+        {
+            fmt::print("| {} | {} | {} | {} |\n", r.row->key,
+                       ratioText(ratio(r.rate.median, stream, &Result::rate)),
+                       ratioText(ratio(r.rate.median, pingPong, &Result::rate)),
+                       ratioText(ratio(r.p50.median, pingPong, &Result::p50)));
+        }
+    }
     if (o.counts)
     {
         fmt::print(
@@ -1778,9 +1809,14 @@ int Drive(const Options& o)
             out << fmt::format(
                 "    {{\"key\": \"{}\", \"label\": \"{}\", \"failed_runs\": {}, \"rate\": {}, "
                 "\"p50_ns\": {}, \"p99_ns\": {}, \"p99_9_ns\": {}, \"dropped\": {}, "
-                "\"allocations_per_call\": {}, \"allocations_per_notification\": {}{}}}{}\n",
+                "\"allocations_per_call\": {}, \"allocations_per_notification\": {}, "
+                "\"rate_to_floor_stream\": {}, \"rate_to_floor_ping_pong\": {}, \"p50_to_floor_ping_pong\": "
+                "{}{}}}{}\n",
                 r.row->key, r.row->label, r.failed, Json(r.rate), Json(r.p50), Json(r.p99), Json(r.p999),
                 Json(r.dropped), Json(r.allocations), Json(r.allocationsPerNotification),
+                JsonNumber(ratio(r.rate.median, stream, &Result::rate)),
+                JsonNumber(ratio(r.rate.median, pingPong, &Result::rate)),
+                JsonNumber(ratio(r.p50.median, pingPong, &Result::p50)),
                 counts.empty() ? "" : ", \"per_notification\": {" + counts + "}",
                 i + 1 < results.size() ? "," : "");
         }
