@@ -1540,6 +1540,12 @@ std::string Rounded(const Spread& s, double scale = 1)
     return s.min == s.max ? one(s.median) : fmt::format("{} ({}–{})", one(s.median), one(s.min), one(s.max));
 }
 
+/// One value in `scale` units.
+std::string Rounded(double value, double scale)
+{
+    return Rounded(Spread{value, value, value}, scale);
+}
+
 struct CountField
 {
     double Counts::*field;
@@ -1737,8 +1743,9 @@ int Drive(const Options& o)
     if (o.counts)
     {
         fmt::print(
-            "\nPer notification and process (median of the runs): paced phase / unpaced phase. "
-            "CPU in µs.\n\n");
+            "\nPer notification and process (median of the runs), paced phase / unpaced phase. The paced "
+            "phase includes the benchmark's acknowledgement of each notification (one pipe write in a "
+            "subscriber, a poll and a read in the sender).\n\n");
         for (const auto& r : results)
         {
             if (r.counts.empty())
@@ -1764,8 +1771,8 @@ int Drive(const Options& o)
                 fmt::print("| {} |", process);
                 for (std::size_t c = 0; c < CountFields.size(); ++c)
                 {
-                    fmt::print(" {} / {} |", Rounded(phases[0][c], CountFields[c].scale),
-                               Rounded(phases[1][c], CountFields[c].scale));
+                    fmt::print(" {} / {} |", Rounded(phases[0][c].median, CountFields[c].scale),
+                               Rounded(phases[1][c].median, CountFields[c].scale));
                     total[0][c] += phases[0][c].median;
                     total[1][c] += phases[1][c].median;
                 }
@@ -1774,9 +1781,8 @@ int Drive(const Options& o)
             fmt::print("| all |");
             for (std::size_t c = 0; c < CountFields.size(); ++c)
             {
-                fmt::print(" {} / {} |",
-                           Rounded(Spread{total[0][c], total[0][c], total[0][c]}, CountFields[c].scale),
-                           Rounded(Spread{total[1][c], total[1][c], total[1][c]}, CountFields[c].scale));
+                fmt::print(" {} / {} |", Rounded(total[0][c], CountFields[c].scale),
+                           Rounded(total[1][c], CountFields[c].scale));
             }
             fmt::print("\n\n");
         }
