@@ -35,12 +35,15 @@
 #include <unistd.h>
 
 #include <Support/CountingAllocator.h>
+#include "ProcessCounters.h"
+
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
-
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -66,6 +69,9 @@ using Kiv::System::Commons::Logging::LogManager;
 using Kiv::System::Nm::Internal::NotificationManagerSetup;
 using Kiv::System::Tul::ServiceManager;
 using Kiv::System::Tul::TulSettings;
+using KivBench::Counts;
+using KivBench::SyscallCounter;
+using KivBench::UncountedAllocations;
 
 namespace
 {
@@ -94,6 +100,8 @@ struct Options
     int floorMessages = 200000;
     std::string json;
     std::string only;
+    // Also system calls, context switches and CPU time per notification and process.
+    bool counts = false;
     // Of a process role.
     std::string dir;
     std::string system;
@@ -103,6 +111,9 @@ struct Options
     int subscribers = 0;
     int totalSubscribers = 0;
     int remoteProcesses = 0;
+    // How the sender sends the unpaced phase: blocking from this many threads, or non-blocking.
+    int senderThreads = 1;
+    bool nonBlocking = false;
     // Of the bridge row: the broker's process is alone in its system, and the driver says go once the
     // bridges are connected.
     bool bridged = false;
@@ -123,6 +134,9 @@ Options Parse(int argc, char** argv)
         {"floor-messages", [&](const std::string& v) { o.floorMessages = std::stoi(v); }},
         {"json", [&](const std::string& v) { o.json = v; }},
         {"only", [&](const std::string& v) { o.only = v; }},
+        {"counts", [&](const std::string& v) { o.counts = v == "1"; }},
+        {"sender-threads", [&](const std::string& v) { o.senderThreads = std::stoi(v); }},
+        {"non-blocking", [&](const std::string& v) { o.nonBlocking = v == "1"; }},
         {"dir", [&](const std::string& v) { o.dir = v; }},
         {"system", [&](const std::string& v) { o.system = v; }},
         {"name", [&](const std::string& v) { o.name = v; }},
@@ -145,7 +159,8 @@ Options Parse(int argc, char** argv)
                 "\nusage: NotificationPathBenchmark [--runs=5] [--calls=1048576] [--latency-samples=5000] "
                 "[--messages=20000] [--in-process-messages=100000] [--warmup=500] "
                 "[--floor-round-trips=20000] "
-                "[--floor-messages=200000] [--only=<row key substrings, comma-separated>] [--json=<path>]");
+                "[--floor-messages=200000] [--only=<row key substrings, comma-separated>] [--json=<path>] "
+                "[--counts=1: system calls, context switches, CPU and allocations per notification]");
         }
         setter->second(arg.substr(equals + 1));
     }
@@ -171,7 +186,11 @@ struct Figures
     double p99 = std::nan("");
     double p999 = std::nan("");
     double dropped = std::nan("");
-    double allocations = std::nan("");
+    double allocations = std::nan("");  // on the caller's thread, per call
+    // All processes together, outside the subscribers' handlers, per notification of the unpaced phase.
+    double allocationsPerNotification = std::nan("");
+    // Per process: what it spent per notification, [0] paced and [1] unpaced.
+    std::map<std::string, std::array<Counts, 2>> perProcess;
 };
 
 void SetLatencies(Figures& figures, std::vector<double>& samples)
@@ -241,11 +260,22 @@ private:
     int fd;
 };
 
+using TextBuffer = std::array<char, PayloadLength + 1>;
+
+/// The text of a notification, without allocating: the sender's own work is not the library's.
+void FillText(TextBuffer& text, char phase, std::int64_t nanoseconds)
+{
+    const int length =
+        std::snprintf(text.data(), text.size(), "%c%020lld", phase, static_cast<long long>(nanoseconds));
+    std::fill(text.begin() + std::min<int>(length, PayloadLength), text.end() - 1, '.');
+    text.back() = '\0';
+}
+
 std::string Text(char phase, std::int64_t nanoseconds)
 {
-    std::string text = fmt::format("{}{:020d}", phase, nanoseconds);
-    text.resize(PayloadLength, '.');
-    return text;
+    TextBuffer text;
+    FillText(text, phase, nanoseconds);
+    return text.data();
 }
 
 /// All pipes of a run, opened when a process starts and kept until it ends: a pipe that nobody holds
@@ -258,7 +288,9 @@ struct Pipes
           go(dir + "/go"),
           ack(dir + "/ack"),
           leave(dir + "/leave"),
-          done(dir + "/done")
+          done(dir + "/done"),
+          marks{Fifo(dir + "/mark0"), Fifo(dir + "/mark1"), Fifo(dir + "/mark2")},
+          marked(dir + "/marked")
     {
     }
 
@@ -268,6 +300,10 @@ struct Pipes
     const Fifo ack;    // subscribers to the sender: one per paced notification and the end
     const Fifo leave;  // sender to the others: every subscriber has the end
     const Fifo done;   // to the broker: a process has taken its part down
+    // Sender to the others: take your counts now (paced phase begins, ends, unpaced phase ends); one pipe
+    // each, so that no process takes another's signal of the same mark.
+    const std::array<Fifo, 3> marks;
+    const Fifo marked;  // to the sender: counts taken
 };
 
 /// One subscriber: takes the time on entry, then looks at what the notification carries.
@@ -279,6 +315,8 @@ public:
     void OnNotification(const Notification& notification)
     {
         const std::int64_t at = NowNs();
+        // What the subscriber does is its own business, not the library's.
+        const UncountedAllocations uncounted;
         const Kiv::String text = GenericPayload(notification).ToString();
         const char phase = text.empty() ? '?' : text[0];
         const std::int64_t sent = std::strtoll(text.c_str() + (text.empty() ? 0 : 1), nullptr, 10);
@@ -370,29 +408,201 @@ void TearDown()
     ServiceManager::Shutdown();
 }
 
-void RunSender(const Options& o, const NotificationRegistration<StringPayload>& registration,
-               const Pipes& pipes)
+/// What a process spent in each measured phase: [0] the paced phase after the warm-up, [1] the unpaced
+/// phase with its end. Every process takes its counts when the sender marks a phase's bounds.
+struct PhaseCounts
 {
+    std::array<Counts, 3> at;
+
+    /// Two lines, paced and unpaced: allocations, system calls, voluntary and involuntary context switches,
+    /// CPU ns, of it in the kernel; -1 for what was not counted.
+    void Write(const std::string& path) const
+    {
+        std::ofstream out(path);
+        for (int phase = 0; phase < 2; ++phase)
+        {
+            const Counts c = at[phase + 1] - at[phase];
+            for (double value :
+                 {c.allocations, c.syscalls, c.voluntarySwitches, c.involuntarySwitches, c.cpuNs, c.systemNs})
+            {
+                out << (std::isnan(value) ? -1.0 : value) << ' ';
+            }
+            out << '\n';
+        }
+    }
+};
+
+// The non-blocking sender: the function-pointer form with a Future per ring buffer slot, made ahead. The
+// phase and send time of a slot wait here for the worker, which makes the payload; the ring buffer's lock
+// orders the write before the read.
+std::vector<std::pair<char, std::int64_t>> nonBlockingStamps;
+
+std::vector<TulVariant<512>> MakeStampedPayload(
+    NonBlockingNotificationSendingAdapter::CreatePayloadFunctorArg arg)
+{
+    TextBuffer text;
+    const auto& [phase, sent] = nonBlockingStamps[arg.position];
+    FillText(text, phase, sent);
+    return StringPayload(text.data()).GetAsRawPayloadType();
+}
+
+class NonBlockingSender
+{
+public:
+    NonBlockingSender(NotificationManager& manager, NotificationNameId id)
+        : manager(manager),
+          id(id),
+          arguments(std::make_shared<NonBlockingNotificationRegistration3ArgumentsBufferBase>())
+    {
+        const unsigned capacity = std::max(1u, NotificationManager::GetDefaultArgumentsBufferCapacity());
+        nonBlockingStamps.resize(capacity);
+        for (unsigned i = 0; i < capacity; ++i)
+        {
+            futures.push_back(Future<NotificationId>::CreateByPromise());
+            // Not yet used: as good as done.
+            futures.back().SetValue(NotificationId(1));
+        }
+    }
+
+    /// Queues one notification; waits only while the ring buffer is full, as a caller that must not lose
+    /// it would.
+    void Send(char phase)
+    {
+        const auto deadline = Clock::now() + WaitLimit;
+        for (;;)
+        {
+            auto& future = futures[slot];
+            while (!Done(future))
+            {
+                Pause(deadline);
+            }
+            dropped += future.HasException() ? 1 : 0;
+            nonBlockingStamps[slot] = {phase, NowNs()};
+            manager.NonBlockingSendNotification(id, Kiv::DateTime::GetUtcNow(), &MakeStampedPayload,
+                                                {arguments, slot}, future);
+            if (future.IsValid())
+            {
+                slot = (slot + 1) % static_cast<std::uint32_t>(futures.size());
+                return;
+            }
+            // Refused: the ring buffer is full.
+            Pause(deadline);
+        }
+    }
+
+    /// Sends that failed at the broker.
+    std::int64_t Dropped()
+    {
+        const auto deadline = Clock::now() + WaitLimit;
+        for (auto& future : futures)
+        {
+            while (!Done(future))
+            {
+                Pause(deadline);
+            }
+            dropped += future.HasException() ? 1 : 0;
+            future.SetValue(NotificationId(1));
+        }
+        return dropped;
+    }
+
+private:
+    static bool Done(const Future<NotificationId>& future)
+    {
+        return !future.IsValid() || future.HasValue() || future.HasException();
+    }
+
+    static void Pause(Clock::time_point deadline)
+    {
+        if (Clock::now() > deadline)
+        {
+            throw std::runtime_error("the non-blocking worker stopped");
+        }
+        // Sleeping leaves the cores to the worker and the broker, which yielding would not.
+        std::this_thread::sleep_for(std::chrono::microseconds(20));
+    }
+
+    NotificationManager& manager;
+    const NotificationNameId id;
+    std::shared_ptr<NonBlockingNotificationRegistration3ArgumentsBufferBase> arguments;
+    std::vector<Future<NotificationId>> futures;
+    std::uint32_t slot = 0;
     std::int64_t dropped = 0;
+};
+
+void RunSender(const Options& o, NotificationManager& manager,
+               const NotificationRegistration<StringPayload>& registration, const Pipes& pipes,
+               const SyscallCounter& syscalls)
+{
+    std::atomic<std::int64_t> dropped{0};
+    std::optional<NonBlockingSender> nonBlocking;
+    if (o.nonBlocking)
+    {
+        nonBlocking.emplace(manager, registration.GetNotificationNameId());
+    }
     const auto send = [&](char phase)
     {
+        if (nonBlocking)
+        {
+            nonBlocking->Send(phase);
+            return true;
+        }
+        TextBuffer text;
         const std::int64_t start = NowNs();
-        const bool accepted =
-            registration.SendNotification(StringPayload(Text(phase, start).c_str())) != NotificationId(0);
+        FillText(text, phase, start);
+        const bool accepted = registration.SendNotification(StringPayload(text.data())) != NotificationId(0);
         dropped += accepted ? 0 : 1;
         return accepted;
     };
+    PhaseCounts counts;
+    const auto mark = [&](int at)
+    {
+        if (!o.bridged)
+        {
+            pipes.marks[at].Signal(o.remoteProcesses);
+            pipes.marked.Wait(o.remoteProcesses);
+        }
+        counts.at[at] = KivBench::Take(syscalls);
+    };
     for (int i = 0; i < o.warmup + o.latencySamples; ++i)
     {
+        if (i == o.warmup)
+        {
+            mark(0);
+        }
         if (send(i < o.warmup ? 'W' : 'L'))
         {
             pipes.ack.Wait(o.totalSubscribers);
         }
     }
+    mark(1);
     const int messages = o.remoteProcesses == 0 ? o.inProcessMessages : o.messages;
-    for (int i = 0; i < messages; ++i)
+    const int threads = nonBlocking ? 1 : std::max(1, o.senderThreads);
+    if (threads == 1)
     {
-        send('T');
+        for (int i = 0; i < messages; ++i)
+        {
+            send('T');
+        }
+    }
+    else
+    {
+        std::vector<std::thread> senders;
+        for (int t = 0; t < threads; ++t)
+        {
+            senders.emplace_back(
+                [&, t]
+                {
+                    for (int i = t; i < messages; i += threads)
+                    {
+                        send('T');
+                    }
+                });
+        }
+        for (auto& sender : senders)
+        {
+            sender.join();
+        }
     }
     // The end must arrive: it is sent again until the queue takes it.
     const auto deadline = Clock::now() + WaitLimit;
@@ -406,13 +616,35 @@ void RunSender(const Options& o, const NotificationRegistration<StringPayload>& 
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     pipes.ack.Wait(o.totalSubscribers);
+    mark(2);
+    if (nonBlocking)
+    {
+        dropped += nonBlocking->Dropped();
+    }
     // Every subscriber has seen the end; now the other processes may leave.
     pipes.leave.Signal(o.remoteProcesses);
-    std::ofstream(o.dir + "/sender.txt") << dropped << ' ' << messages << '\n';
+    std::ofstream(o.dir + "/sender.txt") << dropped << ' ' << messages << ' ' << o.latencySamples << '\n';
+    if (!o.bridged)
+    {
+        counts.Write(o.dir + "/counts-" + o.name + ".txt");
+    }
+}
+
+/// The counts of a process that does not send: taken when the sender marks.
+void FollowMarks(const Options& o, const Pipes& pipes, const SyscallCounter& syscalls)
+{
+    PhaseCounts counts;
+    for (std::size_t at = 0; at < counts.at.size(); ++at)
+    {
+        pipes.marks[at].Wait(1);
+        counts.at[at] = KivBench::Take(syscalls);
+        pipes.marked.Signal();
+    }
+    counts.Write(o.dir + "/counts-" + o.name + ".txt");
 }
 
 /// One process of a delivery scenario: any of broker, sender and subscribers.
-void RunProcess(const Options& o)
+void RunProcess(const Options& o, const SyscallCounter& syscalls)
 {
     const Pipes pipes(o.dir);
     // The others start once the broker has published all its services: a client that reaches the
@@ -460,7 +692,11 @@ void RunProcess(const Options& o)
         if (o.sender)
         {
             pipes.go.Wait(1);
-            RunSender(o, *registration, pipes);
+            RunSender(o, manager, *registration, pipes, syscalls);
+        }
+        else if (!o.bridged)
+        {
+            FollowMarks(o, pipes, syscalls);
         }
         for (std::size_t i = 0; i < receivers.size(); ++i)
         {
@@ -612,6 +848,36 @@ void Track(pid_t pid, pid_t replaced)
     }
 }
 
+/// This process's environment, with the allocation counter preloaded where it was built.
+std::vector<std::string> PreloadedEnvironment()
+{
+    std::vector<std::string> environment;
+    std::string preload;
+#ifdef KIV_BENCH_ALLOCATION_COUNT
+    if (std::filesystem::exists(KIV_BENCH_ALLOCATION_COUNT))
+    {
+        preload = KIV_BENCH_ALLOCATION_COUNT;
+    }
+#endif
+    for (char** variable = environ; *variable != nullptr; ++variable)
+    {
+        const std::string text = *variable;
+        if (text.rfind("LD_PRELOAD=", 0) == 0)
+        {
+            preload += (preload.empty() ? "" : ":") + text.substr(11);
+        }
+        else
+        {
+            environment.push_back(text);
+        }
+    }
+    if (!preload.empty())
+    {
+        environment.push_back("LD_PRELOAD=" + preload);
+    }
+    return environment;
+}
+
 /// The children of one run; killed and reaped whatever happens.
 class Children
 {
@@ -633,10 +899,17 @@ public:
             argv.push_back(argument.data());
         }
         argv.push_back(nullptr);
+        static std::vector<std::string> environment = PreloadedEnvironment();
+        std::vector<char*> envp;
+        for (auto& variable : environment)
+        {
+            envp.push_back(variable.data());
+        }
+        envp.push_back(nullptr);
         const pid_t pid = fork();
         if (pid == 0)
         {
-            execv(self.c_str(), argv.data());
+            execve(self.c_str(), argv.data(), envp.data());
             _exit(127);
         }
         Add(pid);
@@ -711,7 +984,8 @@ public:
             throw std::runtime_error("cannot make a temporary directory");
         }
         path = pattern;
-        for (const char* fifo : {"setup", "ready", "go", "ack", "leave", "done"})
+        for (const char* fifo :
+             {"setup", "ready", "go", "ack", "leave", "done", "mark0", "mark1", "mark2", "marked"})
         {
             mkfifo((path + "/" + fifo).c_str(), 0600);
         }
@@ -885,7 +1159,47 @@ struct ProcessPlan
 
 std::optional<Figures> Collect(const RunDirectory& directory);
 
-std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPlan>& plan, int run)
+/// The counts of every process of a run, per notification of each phase; the unpaced allocations of all
+/// together. `notifications`: how many the paced and the unpaced phase sent (the latter with its end).
+void CollectCounts(const RunDirectory& directory, std::array<double, 2> notifications, Figures& figures)
+{
+    double allocations = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path))
+    {
+        const std::string file = entry.path().filename().string();
+        if (file.rfind("counts-", 0) != 0)
+        {
+            continue;
+        }
+        std::ifstream in(entry.path());
+        auto& process = figures.perProcess[file.substr(7, file.size() - 7 - 4)];
+        for (int phase = 0; phase < 2; ++phase)
+        {
+            std::array<double, 6> values;
+            for (auto& value : values)
+            {
+                in >> value;
+                value = value < 0 || !in ? std::nan("") : value / notifications[phase];
+            }
+            process[phase] = {values[0], values[1], values[2], values[3], values[4], values[5]};
+        }
+        allocations += process[1].allocations;
+    }
+    if (!figures.perProcess.empty())
+    {
+        figures.allocationsPerNotification = allocations;
+    }
+}
+
+/// How the sender sends its unpaced phase.
+struct SenderMode
+{
+    int threads = 1;
+    bool nonBlocking = false;
+};
+
+std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPlan>& plan, int run,
+                                   SenderMode mode = {})
 {
     RunDirectory directory;
     int totalSubscribers = 0;
@@ -904,7 +1218,9 @@ std::optional<Figures> RunDelivery(const Options& o, const std::vector<ProcessPl
              fmt::format("--total-subscribers={}", totalSubscribers),
              fmt::format("--remote-processes={}", plan.size() - 1), fmt::format("--warmup={}", o.warmup),
              fmt::format("--latency-samples={}", o.latencySamples), fmt::format("--messages={}", o.messages),
-             fmt::format("--in-process-messages={}", o.inProcessMessages)});
+             fmt::format("--in-process-messages={}", o.inProcessMessages),
+             fmt::format("--counts={}", o.counts ? 1 : 0), fmt::format("--sender-threads={}", mode.threads),
+             fmt::format("--non-blocking={}", mode.nonBlocking ? 1 : 0)});
     }
     if (!children.WaitAll())
     {
@@ -919,7 +1235,8 @@ std::optional<Figures> Collect(const RunDirectory& directory)
     Figures figures;
     std::int64_t sent = 0;
     std::int64_t dropped = 0;
-    std::ifstream(directory.path + "/sender.txt") >> dropped >> sent;
+    std::int64_t paced = 0;
+    std::ifstream(directory.path + "/sender.txt") >> dropped >> sent >> paced;
     std::vector<double> latencies;
     std::int64_t delivered = 0;
     std::int64_t firstSent = 0;
@@ -952,6 +1269,7 @@ std::optional<Figures> Collect(const RunDirectory& directory)
     figures.rate = static_cast<double>(delivered) * 1e9 / static_cast<double>(lastReceived - firstSent);
     figures.dropped = static_cast<double>(dropped);
     SetLatencies(figures, latencies);
+    CollectCounts(directory, {static_cast<double>(paced), static_cast<double>(sent + 1)}, figures);
     return figures;
 }
 
@@ -1206,6 +1524,45 @@ std::string Json(const Spread& s)
     return fmt::format("{{\"median\": {}, \"min\": {}, \"max\": {}}}", s.median, s.min, s.max);
 }
 
+std::string JsonNumber(double value)
+{
+    return std::isnan(value) ? "null" : fmt::format("{}", value);
+}
+
+/// A count's median (min–max), in `scale` units.
+std::string Rounded(const Spread& s, double scale = 1)
+{
+    if (std::isnan(s.median))
+    {
+        return "-";
+    }
+    const auto one = [&](double v) { return fmt::format("{:.1f}", v / scale); };
+    return s.min == s.max ? one(s.median) : fmt::format("{} ({}–{})", one(s.median), one(s.min), one(s.max));
+}
+
+/// One value in `scale` units.
+std::string Rounded(double value, double scale)
+{
+    return Rounded(Spread{value, value, value}, scale);
+}
+
+struct CountField
+{
+    double Counts::*field;
+    const char* key;    // in the JSON
+    const char* label;  // in the table
+    double scale;       // of the table
+};
+
+const std::array<CountField, 6> CountFields = {{
+    {&Counts::syscalls, "syscalls", "system calls", 1},
+    {&Counts::voluntarySwitches, "voluntary_context_switches", "voluntary switches", 1},
+    {&Counts::involuntarySwitches, "involuntary_context_switches", "involuntary switches", 1},
+    {&Counts::allocations, "allocations", "allocations", 1},
+    {&Counts::cpuNs, "cpu_ns", "CPU µs", 1000},
+    {&Counts::systemNs, "system_cpu_ns", "of it system µs", 1000},
+}};
+
 int Drive(const Options& o)
 {
     const std::vector<Row> rows = {
@@ -1222,6 +1579,20 @@ int Drive(const Options& o)
          {
              return RunDelivery(
                  opt, {{"Main", true, false, 0}, {"Sub", false, false, 1}, {"Send", false, true, 0}}, run);
+         }},
+        {"cross-process-non-blocking", "3 processes, non-blocking sender kept fed",
+         [](const Options& opt, int run)
+         {
+             return RunDelivery(
+                 opt, {{"Main", true, false, 0}, {"Sub", false, false, 1}, {"Send", false, true, 0}}, run,
+                 {1, true});
+         }},
+        {"cross-process-4-threads", "3 processes, 4 blocking sender threads",
+         [](const Options& opt, int run)
+         {
+             return RunDelivery(
+                 opt, {{"Main", true, false, 0}, {"Sub", false, false, 1}, {"Send", false, true, 0}}, run,
+                 {4, false});
          }},
         {"cross-process-subscriber-with-broker", "2 processes: sender, broker with subscriber",
          [](const Options& opt, int run) {
@@ -1245,10 +1616,13 @@ int Drive(const Options& o)
          [](const Options& opt, int run) { return RunNonBlockingChild(opt, run); }},
     };
 
+    // Per process, per phase (paced, unpaced): the spread over the runs of each count.
+    using CountSpreads = std::array<Spread, 6>;
     struct Result
     {
         const Row* row;
-        Spread rate, p50, p99, p999, dropped, allocations;
+        Spread rate, p50, p99, p999, dropped, allocations, allocationsPerNotification;
+        std::map<std::string, std::array<CountSpreads, 2>> counts;
         int failed = 0;
     };
     std::vector<Result> results;
@@ -1297,36 +1671,160 @@ int Drive(const Options& o)
             }
             return SpreadOf(values);
         };
-        results.push_back({&row, collect(&Figures::rate), collect(&Figures::p50), collect(&Figures::p99),
-                           collect(&Figures::p999), collect(&Figures::dropped),
-                           collect(&Figures::allocations), failed});
+        Result result{&row,
+                      collect(&Figures::rate),
+                      collect(&Figures::p50),
+                      collect(&Figures::p99),
+                      collect(&Figures::p999),
+                      collect(&Figures::dropped),
+                      collect(&Figures::allocations),
+                      collect(&Figures::allocationsPerNotification),
+                      {},
+                      failed};
+        for (const auto& [process, unused] :
+             figures.empty() ? decltype(Figures::perProcess){} : figures[0].perProcess)
+        {
+            for (int phase = 0; phase < 2; ++phase)
+            {
+                for (std::size_t c = 0; c < CountFields.size(); ++c)
+                {
+                    std::vector<double> values;
+                    for (const auto& f : figures)
+                    {
+                        const auto it = f.perProcess.find(process);
+                        values.push_back(it == f.perProcess.end() ? std::nan("")
+                                                                  : it->second[phase].*CountFields[c].field);
+                    }
+                    result.counts[process][phase][c] = SpreadOf(values);
+                }
+            }
+        }
+        results.push_back(std::move(result));
     }
 
     fmt::print("Median of {} runs (min–max). Latencies in µs; rate in messages or deliveries per second.\n\n",
                o.runs);
-    fmt::print("| Row | rate /s | p50 µs | p99 µs | p99.9 µs | dropped | allocs/call |\n");
-    fmt::print("|---|---|---|---|---|---|---|\n");
+    fmt::print(
+        "| Row | rate /s | p50 µs | p99 µs | p99.9 µs | dropped | allocs/call | allocs/notification |\n");
+    fmt::print("|---|---|---|---|---|---|---|---|\n");
     for (const auto& r : results)
     {
-        fmt::print("| {}{} | {} | {} | {} | {} | {} | {} |\n", r.row->label,
+        fmt::print("| {}{} | {} | {} | {} | {} | {} | {} | {} |\n", r.row->label,
                    r.failed ? fmt::format(" ({} runs failed)", r.failed) : "", Cell(r.rate, true),
                    Cell(r.p50, false), Cell(r.p99, false), Cell(r.p999, false), Plain(r.dropped),
-                   Plain(r.allocations));
+                   Plain(r.allocations), Rounded(r.allocationsPerNotification));
+    }
+    // Against the floor of the same run: medians over medians.
+    const Result* pingPong = nullptr;
+    const Result* stream = nullptr;
+    for (const auto& r : results)
+    {
+        pingPong = r.row->key == "floor-ping-pong" ? &r : pingPong;
+        stream = r.row->key == "floor-stream" ? &r : stream;
+    }
+    const auto ratio = [](double value, const Result* floor, Spread Result::*field)
+    { return floor == nullptr ? std::nan("") : value / (floor->*field).median; };
+    const auto ratioText = [](double value)
+    { return std::isnan(value) ? "-" : fmt::format("{:.3f}", value); };
+    if (pingPong != nullptr || stream != nullptr)
+    {
+        fmt::print(
+            "\n| Row | rate ÷ stream floor rate | rate ÷ ping-pong floor rate | p50 ÷ ping-pong floor p50 "
+            "|\n");
+        fmt::print("|---|---|---|---|\n");
+        for (const auto& r : results)
+        {
+            fmt::print("| {} | {} | {} | {} |\n", r.row->key,
+                       ratioText(ratio(r.rate.median, stream, &Result::rate)),
+                       ratioText(ratio(r.rate.median, pingPong, &Result::rate)),
+                       ratioText(ratio(r.p50.median, pingPong, &Result::p50)));
+        }
+    }
+    if (o.counts)
+    {
+        fmt::print(
+            "\nPer notification and process (median of the runs), paced phase / unpaced phase. The paced "
+            "phase includes the benchmark's acknowledgement of each notification (one pipe write in a "
+            "subscriber, a poll and a read in the sender).\n\n");
+        for (const auto& r : results)
+        {
+            if (r.counts.empty())
+            {
+                continue;
+            }
+            fmt::print("{}\n\n| Process |", r.row->label);
+            for (const auto& field : CountFields)
+            {
+                fmt::print(" {} |", field.label);
+            }
+            fmt::print("\n|---|{}\n",
+                       []
+                       {
+                           std::string s;
+                           for (std::size_t i = 0; i < CountFields.size(); ++i)
+                               s += "---|";
+                           return s;
+                       }());
+            std::array<std::array<double, 6>, 2> total{};
+            for (const auto& [process, phases] : r.counts)
+            {
+                fmt::print("| {} |", process);
+                for (std::size_t c = 0; c < CountFields.size(); ++c)
+                {
+                    fmt::print(" {} / {} |", Rounded(phases[0][c].median, CountFields[c].scale),
+                               Rounded(phases[1][c].median, CountFields[c].scale));
+                    total[0][c] += phases[0][c].median;
+                    total[1][c] += phases[1][c].median;
+                }
+                fmt::print("\n");
+            }
+            fmt::print("| all |");
+            for (std::size_t c = 0; c < CountFields.size(); ++c)
+            {
+                fmt::print(" {} / {} |", Rounded(total[0][c], CountFields[c].scale),
+                           Rounded(total[1][c], CountFields[c].scale));
+            }
+            fmt::print("\n\n");
+        }
     }
     if (!o.json.empty())
     {
         std::ofstream out(o.json);
         out << "{\n  \"runs\": " << o.runs << ",\n  \"cores\": " << std::thread::hardware_concurrency()
-            << ",\n  \"units\": {\"rate\": \"per second\", \"latency\": \"ns\"},\n  \"rows\": [\n";
+            << ",\n  \"units\": {\"rate\": \"per second\", \"latency\": \"ns\", \"cpu\": \"ns\"},\n  "
+               "\"rows\": [\n";
         for (std::size_t i = 0; i < results.size(); ++i)
         {
             const auto& r = results[i];
+            std::string counts;
+            for (const auto& [process, phases] : r.counts)
+            {
+                counts += fmt::format("{}\"{}\": {{", counts.empty() ? "" : ", ", process);
+                for (int phase = 0; phase < 2; ++phase)
+                {
+                    counts += fmt::format("{}\"{}\": {{", phase ? ", " : "", phase ? "unpaced" : "paced");
+                    for (std::size_t c = 0; c < CountFields.size(); ++c)
+                    {
+                        counts += fmt::format("{}\"{}\": {}", c ? ", " : "", CountFields[c].key,
+                                              Json(phases[phase][c]));
+                    }
+                    counts += "}";
+                }
+                counts += "}";
+            }
             out << fmt::format(
                 "    {{\"key\": \"{}\", \"label\": \"{}\", \"failed_runs\": {}, \"rate\": {}, "
                 "\"p50_ns\": {}, \"p99_ns\": {}, \"p99_9_ns\": {}, \"dropped\": {}, "
-                "\"allocations_per_call\": {}}}{}\n",
+                "\"allocations_per_call\": {}, \"allocations_per_notification\": {}, "
+                "\"rate_to_floor_stream\": {}, \"rate_to_floor_ping_pong\": {}, \"p50_to_floor_ping_pong\": "
+                "{}{}}}{}\n",
                 r.row->key, r.row->label, r.failed, Json(r.rate), Json(r.p50), Json(r.p99), Json(r.p999),
-                Json(r.dropped), Json(r.allocations), i + 1 < results.size() ? "," : "");
+                Json(r.dropped), Json(r.allocations), Json(r.allocationsPerNotification),
+                JsonNumber(ratio(r.rate.median, stream, &Result::rate)),
+                JsonNumber(ratio(r.rate.median, pingPong, &Result::rate)),
+                JsonNumber(ratio(r.p50.median, pingPong, &Result::p50)),
+                counts.empty() ? "" : ", \"per_notification\": {" + counts + "}",
+                i + 1 < results.size() ? "," : "");
         }
         out << "  ]\n}\n";
         fmt::print("\nwritten to {}\n", o.json);
@@ -1353,9 +1851,16 @@ int main(int argc, char** argv)
     try
     {
         const Options options = Parse(argc, argv);
+        // Before the library starts a thread: the system calls of every later thread are counted.
+        std::optional<SyscallCounter> syscalls;
+        if (options.counts)
+        {
+            syscalls.emplace();
+        }
+        KivBench::AllocationCountFunctions::Get();
         if (options.role == "process")
         {
-            RunProcess(options);
+            RunProcess(options, syscalls ? *syscalls : SyscallCounter::None());
             return 0;
         }
         if (options.role == "nonblocking")
