@@ -155,8 +155,9 @@ TEST(PayloadFormatterTest, CodesWithoutAPayloadTextRaiseAndTheFirstSuchFieldDeci
 
 namespace
 {
-/// An array of `length` one-byte elements of objects, the first `valid` of them readable.
-RemotingWriter ArrayOfVoids(std::uint32_t length, std::uint32_t valid)
+/// Reads an array of `length` one-byte elements of objects, the first `valid` of them readable, into
+/// `payload`.
+void ReadArrayOfVoids(std::uint32_t length, std::uint32_t valid, Payload& payload)
 {
     RemotingWriter writer;
     writer.WriteTag(TulType::Array);
@@ -166,7 +167,8 @@ RemotingWriter ArrayOfVoids(std::uint32_t length, std::uint32_t valid)
     {
         writer.WriteObjectType(i < valid ? TulType::Void : TulType::None);
     }
-    return writer;
+    RemotingReader reader(writer.GetData(), writer.GetSize());
+    TulVariantSerializer::ReadPayload(reader, payload);
 }
 }  // namespace
 
@@ -188,22 +190,16 @@ TEST(TulVariantSerializerTest, APayloadIsBoundedByMemoryNotByAFieldCount)
     TulSettings tight = original;
     tight.maxPayloadMemory = 100 * sizeof(Variant);
     ServiceManager::Configure(tight);
-    const RemotingWriter hostile = ArrayOfVoids(101, 101);
-    RemotingReader hostileReader(hostile.GetData(), hostile.GetSize());
     Payload refused;
-    EXPECT_THROW(TulVariantSerializer::ReadPayload(hostileReader, refused), Kiv::ArgumentException);
+    EXPECT_THROW(ReadArrayOfVoids(101, 101, refused), Kiv::ArgumentException);
     EXPECT_EQ(refused.capacity(), 0u);
-    const RemotingWriter ninety = ArrayOfVoids(90, 90);
-    RemotingReader appended(ninety.GetData(), ninety.GetSize());
     Payload held(11, Variant(TulType::Void));
-    EXPECT_THROW(TulVariantSerializer::ReadPayload(appended, held), Kiv::ArgumentException);
+    EXPECT_THROW(ReadArrayOfVoids(90, 90, held), Kiv::ArgumentException);
 
     // Within the bound the whole announced length is reserved first, and a broken element stops the
     // reading where it is.
-    const RemotingWriter exact = ArrayOfVoids(100, 1);
-    RemotingReader exactReader(exact.GetData(), exact.GetSize());
     Payload partial;
-    EXPECT_THROW(TulVariantSerializer::ReadPayload(exactReader, partial), Kiv::NotSupportedException);
+    EXPECT_THROW(ReadArrayOfVoids(100, 1, partial), Kiv::NotSupportedException);
     EXPECT_EQ(partial.size(), 1u);
     EXPECT_EQ(partial.capacity(), 100u);
     ServiceManager::Configure(original);
