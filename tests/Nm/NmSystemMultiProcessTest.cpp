@@ -42,9 +42,14 @@ protected:
     {
         Probe& probe = Start(name);
         EXPECT_EQ(probe.Ask("setup client"), "ok") << name;
-        if (!command.empty())
+        // A registration answers with its id, anything else with "ok" alone.
+        if (command.rfind("register", 0) == 0)
         {
-            EXPECT_THAT(probe.Ask(command), StartsWith("ok")) << name << ": " << command;
+            EXPECT_THAT(probe.Ask(command), StartsWith("ok ")) << name << ": " << command;
+        }
+        else if (!command.empty())
+        {
+            EXPECT_EQ(probe.Ask(command), "ok") << name << ": " << command;
         }
         return probe;
     }

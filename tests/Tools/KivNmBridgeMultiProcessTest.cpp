@@ -155,9 +155,10 @@ protected:
         return path;
     }
 
-    /// kivnm-bridge in system `name`, its log in Log(name).
+    /// kivnm-bridge in system `name`, its log in Log(name), which starts empty.
     ChildProcess& Bridge(const std::string& name, const std::string& settings)
     {
+        std::filesystem::remove(Log(name));
         return Keep(std::make_unique<ChildProcess>(
             "/bin/sh",
             std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_BRIDGE +
@@ -364,7 +365,6 @@ TEST_F(KivNmBridgeTest, ABadSettingAndAWrongPasswordAreClearErrors)
     }
     Expect(Bridge("a", Settings("a", credentials + secret("wrong", "wrong") + "\"/>\n")),
            "refused the connection: Connection Refused: not authorised");
-    std::filesystem::remove(Log("a"));
     ChildProcess& bridge = Bridge("a", Settings("a", credentials + secret("right", "right") + "\"/>\n"));
     Expect(bridge);
     EXPECT_EQ(bridge.Stop(SIGINT), 0);
