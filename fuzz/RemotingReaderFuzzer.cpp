@@ -7,6 +7,7 @@
 // CommunicationException and nothing else, and ends the message.
 
 #include "FuzzCheck.h"
+#include "ReaderOperations.h"
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/RemotingReader.h>
@@ -25,21 +26,7 @@ using Kiv::System::Tul::TulType;
 
 namespace
 {
-enum Operation : std::uint8_t
-{
-    Tag,
-    ObjectType,
-    Data,
-    ArrayLength,
-    DateTime,
-    String,
-    BeginStruct,
-    FieldCount,
-    ArrayInformation,
-    Confirmation,
-    FailureReport,
-    OperationCount
-};
+using namespace KivFuzz::Reads;
 
 struct Message
 {

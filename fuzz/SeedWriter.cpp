@@ -5,6 +5,8 @@
 // writes DIRECTORY/<target>/seed-<name> for every target that reads the wire; the files in fuzz/corpus
 // come from it. The settings files in fuzz/corpus/SettingsFuzzer are plain XML, written by hand.
 
+#include "ReaderOperations.h"
+
 #include "Platform/Tul/Support/EchoService.h"
 
 #include <Nm/Notification.h>
@@ -56,21 +58,7 @@ Bytes Written(const std::function<void(RemotingWriter&)>& write)
 
 const Kiv::DateTime utcTime = Kiv::DateTime::FromRawValue((std::uint64_t{1} << 62) | 638000000000000000ULL);
 
-// The operation codes of RemotingReaderFuzzer, with the argument each needs here.
-enum : std::uint8_t
-{
-    Tag,
-    ObjectType,
-    Data,
-    ArrayLength,
-    DateTime,
-    String,
-    BeginStruct,
-    FieldCount,
-    ArrayInformation,
-    Confirmation,
-    FailureReport
-};
+using namespace KivFuzz::Reads;
 
 /// A message and the reads that take it apart, as RemotingReaderFuzzer expects them.
 void WriteReaderSeed(const std::string& name, const std::vector<std::pair<std::uint8_t, std::uint8_t>>& reads,
@@ -89,21 +77,11 @@ void WriteReaderSeed(const std::string& name, const std::vector<std::pair<std::u
 
 void WriteReaderSeeds()
 {
-    WriteReaderSeed("every-read",
-                    {{Tag, 9},
-                     {Data, 4},
-                     {ArrayLength, 0},
-                     {DateTime, 0},
-                     {String, 0xC0},
-                     {String, 0x40},
-                     {BeginStruct, 6},
-                     {ObjectType, 0},
-                     {FieldCount, 0},
-                     {ArrayInformation, 0},
-                     {String, 0xC0},
-                     {Confirmation, 0},
-                     {Confirmation, 0},
-                     {FailureReport, 0}},
+    const std::vector<std::pair<std::uint8_t, std::uint8_t>> everyRead = {
+        {Tag, 9},       {Data, 4},         {ArrayLength, 0},  {DateTime, 0},     {String, 0xC0},
+        {String, 0x40}, {BeginStruct, 6},  {ObjectType, 0},   {FieldCount, 0},   {ArrayInformation, 0},
+        {String, 0xC0}, {Confirmation, 0}, {Confirmation, 0}, {FailureReport, 0}};
+    WriteReaderSeed("every-read", everyRead,
                     [](RemotingWriter& w)
                     {
                         const std::uint32_t value = 0x01020304;

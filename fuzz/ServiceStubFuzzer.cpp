@@ -38,26 +38,15 @@
 
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <exception>
 #include <filesystem>
 #include <memory>
 #include <string>
-
-#include <unistd.h>
 
 using namespace Kiv::System;
 
 namespace
 {
 namespace Services = Nm::Services;
-
-[[noreturn]] void ForeignException(const char* what)
-{
-    std::fprintf(stderr, "exception not derived from Kiv::Exception: %s\n", what);
-    KivFuzz::Fail("only exceptions derived from Kiv::Exception leave the library", __FILE__, __LINE__);
-}
 
 /// Renders what it gets, as a monitor that logs notifications does.
 class FormattingSubscriber : public Nm::INotificationSubscriber
@@ -66,17 +55,8 @@ public:
     void Notify(const Nm::Notification& notification) override
     {
         // The dispatcher would report any exception; the formatter's are to be ours.
-        try
-        {
-            Nm::Internal::PayloadFormatter(notification.GetPayload()).ToString();
-        }
-        catch (const Kiv::Exception&)
-        {
-        }
-        catch (const std::exception& e)
-        {
-            ForeignException(e.what());
-        }
+        KivFuzz::ReturnsOrRaisesKivException(
+            [&] { Nm::Internal::PayloadFormatter(notification.GetPayload()).ToString(); });
     }
 };
 
@@ -94,12 +74,7 @@ public:
     Broker()
     {
         Commons::Logging::LogManager::UseNullSink();
-        char made[] = "/tmp/kiv-fuzz-XXXXXX";
-        if (mkdtemp(made) == nullptr)
-        {
-            std::abort();
-        }
-        directory = made;
+        directory = KivFuzz::MakeDirectory();
         Tul::TulSettings settings;
         settings.systemName = "fuzz-stubs-" + std::to_string(getpid());
         settings.endpointDirectory = directory;
@@ -176,22 +151,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Tul::RemotingReader reader(data + 2, size - 2);
     Tul::RemotingWriter writer;
     Tul::TulServerContext context(reader, writer);
-    try
-    {
-        service.stub->Invoke(methodId, context);
-    }
-    catch (const Kiv::Exception&)
+    if (!KivFuzz::ReturnsOrRaisesKivException([&] { service.stub->Invoke(methodId, context); }))
     {
         KIV_FUZZ_CHECK(known);
         return 0;
-    }
-    catch (const std::exception& e)
-    {
-        ForeignException(e.what());
-    }
-    catch (...)
-    {
-        ForeignException("(not even a std::exception)");
     }
     KIV_FUZZ_CHECK(context.IsAborted() == !known);
     if (known)

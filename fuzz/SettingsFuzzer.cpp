@@ -12,8 +12,6 @@
 #include <Kiv/Logging/LogManager.h>
 
 #include <cstdint>
-#include <cstdio>
-#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -52,34 +50,18 @@ public:
 private:
     std::filesystem::path path;
 };
-
-[[noreturn]] void ForeignException(const char* what)
-{
-    std::fprintf(stderr, "exception not derived from Kiv::Exception: %s\n", what);
-    KivFuzz::Fail("loading raises only exceptions derived from Kiv::Exception", __FILE__, __LINE__);
-}
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     static SettingsFile file;
     const std::string path = file.Write(data, size);
-    try
-    {
-        const auto settings = NotificationManagerSettings::LoadFromFile(path);
-        KIV_FUZZ_CHECK(settings.GetNotificationBrokerQueueLength() > 0);
-        KIV_FUZZ_CHECK(settings.GetNonBlockingNotificationSendingProxyQueueLength() > 0);
-    }
-    catch (const Kiv::Exception&)
-    {
-    }
-    catch (const std::exception& e)
-    {
-        ForeignException(e.what());
-    }
-    catch (...)
-    {
-        ForeignException("(not even a std::exception)");
-    }
+    KivFuzz::ReturnsOrRaisesKivException(
+        [&]
+        {
+            const auto settings = NotificationManagerSettings::LoadFromFile(path);
+            KIV_FUZZ_CHECK(settings.GetNotificationBrokerQueueLength() > 0);
+            KIV_FUZZ_CHECK(settings.GetNonBlockingNotificationSendingProxyQueueLength() > 0);
+        });
     return 0;
 }

@@ -16,7 +16,6 @@
 #include <Kiv/System/Tul/ServiceManager.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <string>
@@ -69,12 +68,7 @@ public:
     {
         // The server warns of every connection it closes for a broken frame, and here most are.
         Kiv::System::Commons::Logging::LogManager::UseNullSink();
-        char made[] = "/tmp/kiv-fuzz-XXXXXX";
-        if (mkdtemp(made) == nullptr)
-        {
-            std::abort();
-        }
-        directory = made;
+        directory = KivFuzz::MakeDirectory();
         TulSettings settings;
         settings.systemName = "fuzz-" + std::to_string(getpid());
         settings.endpointDirectory = directory;

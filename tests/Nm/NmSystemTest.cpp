@@ -15,18 +15,45 @@
 using Kiv::Testing::Probe;
 using Kiv::Testing::WaitFor;
 using ::testing::StartsWith;
-using NmSystemTest = Kiv::Testing::ProbeSystem;
 
 namespace
 {
-/// A settings file in `directory` that gives the broker a queue of `length`.
-std::string BrokerQueueOf(const std::string& directory, int length)
+class NmSystemTest : public Kiv::Testing::ProbeSystem
 {
-    const std::string path = directory + "/broker-queue.xml";
-    std::ofstream(path) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"" << length
-                        << "\"/></NotificationManagerSettingsDocument>";
-    return path;
-}
+protected:
+    /// The main process with the broker, its queue `queueLength` long unless 0.
+    Probe& Main(int queueLength = 0, const std::string& callTimeLimitMs = {})
+    {
+        std::string command = "setup broker";
+        if (queueLength != 0)
+        {
+            const std::string path = directory + "/broker-queue.xml";
+            std::ofstream(path) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\""
+                                << queueLength << "\"/></NotificationManagerSettingsDocument>";
+            command += " " + path;
+        }
+        Probe& main = Start("Main", callTimeLimitMs);
+        EXPECT_EQ(main.Ask(command), "ok");
+        return main;
+    }
+
+    /// A component process that has joined and, when given, asked `command` ("subscribe X", ...).
+    Probe& Client(const std::string& name, const std::string& command = {})
+    {
+        Probe& probe = Start(name);
+        EXPECT_EQ(probe.Ask("setup client"), "ok") << name;
+        // A registration answers with its id, anything else with "ok" alone.
+        if (command.rfind("register", 0) == 0)
+        {
+            EXPECT_THAT(probe.Ask(command), StartsWith("ok ")) << name << ": " << command;
+        }
+        else if (!command.empty())
+        {
+            EXPECT_EQ(probe.Ask(command), "ok") << name << ": " << command;
+        }
+        return probe;
+    }
+};
 }  // namespace
 
 TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRefusalsKeepTheirClass)
@@ -97,15 +124,11 @@ TEST_F(NmSystemTest, NotificationsCrossProcessesInOrderAndThroughDeadPeersAndRef
 TEST_F(NmSystemTest, UnderLoadEveryNotificationArrivesOnceAndInOrder)
 {
     // A queue that holds everything: nothing may be refused or lost.
-    Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 20000)), "ok");
+    Probe& main = Main(20000);
     std::vector<Probe*> probes;
     for (const std::string name : {"S1", "S2", "R1", "R2"})
     {
-        probes.push_back(&Start(name));
-        ASSERT_EQ(probes.back()->Ask("setup client"), "ok");
-        ASSERT_THAT(probes.back()->Ask(name[0] == 'S' ? "register Load." + name : "subscribe Load"),
-                    StartsWith("ok"));
+        probes.push_back(&Client(name, name[0] == 'S' ? "register Load." + name : "subscribe Load"));
     }
     ASSERT_EQ(main.Ask("start"), "ok");
 
@@ -120,15 +143,12 @@ TEST_F(NmSystemTest, UnderLoadEveryNotificationArrivesOnceAndInOrder)
 
 TEST_F(NmSystemTest, ASubscriberStuckInNotifyCostsTheBrokerOneTimeLimitAndTheOthersAreServed)
 {
-    Probe& main = Start("Main", "1000");
-    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    Probe& main = Main(0, "1000");
     // Delivery goes in the order in which the processes joined, and a failed delivery ends the
     // notification's round: the healthy process joins first.
     Probe& healthy = Start("Healthy");
     ASSERT_EQ(healthy.Ask("setup client"), "ok");
-    Probe& stuck = Start("Stuck");
-    ASSERT_EQ(stuck.Ask("setup client"), "ok");
-    ASSERT_EQ(stuck.Ask("hang Line"), "ok");
+    Probe& stuck = Client("Stuck", "hang Line");
     ASSERT_EQ(healthy.Ask("subscribe Line"), "ok");
     ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
     ASSERT_EQ(main.Ask("start"), "ok");
@@ -145,11 +165,8 @@ TEST_F(NmSystemTest, ASubscriberStuckInNotifyCostsTheBrokerOneTimeLimitAndTheOth
 
 TEST_F(NmSystemTest, WithOverflowTheRefusedAndTheAcceptedAddUpToTheSent)
 {
-    Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 16)), "ok");
-    Probe& receiver = Start("R");
-    ASSERT_EQ(receiver.Ask("setup client"), "ok");
-    ASSERT_EQ(receiver.Ask("subscribe Load"), "ok");
+    Probe& main = Main(16);
+    Probe& receiver = Client("R", "subscribe Load");
     ASSERT_THAT(main.Ask("register Load.Main"), StartsWith("ok"));
     ASSERT_EQ(main.Ask("start"), "ok");
 
@@ -164,14 +181,11 @@ TEST_F(NmSystemTest, WithOverflowTheRefusedAndTheAcceptedAddUpToTheSent)
 
 TEST_F(NmSystemTest, AKilledProcessLeavesAsIfCleanlyTheOthersAndALatecomerGetEverythingAndItMayComeBack)
 {
-    Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    Probe& main = Main();
     std::vector<Probe*> subscribers;
     for (const std::string name : {"A", "B", "C"})
     {
-        subscribers.push_back(&Start(name));
-        ASSERT_EQ(subscribers.back()->Ask("setup client"), "ok");
-        ASSERT_EQ(subscribers.back()->Ask("subscribe Line"), "ok");
+        subscribers.push_back(&Client(name, "subscribe Line"));
     }
     ASSERT_THAT(subscribers[1]->Ask("register Out.B"), StartsWith("ok"));
     ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
@@ -184,9 +198,7 @@ TEST_F(NmSystemTest, AKilledProcessLeavesAsIfCleanlyTheOthersAndALatecomerGetEve
     {
         EXPECT_TRUE(WaitFor([&] { return main.Ask("status " + name) == "ok Unregistered"; })) << name;
     }
-    Probe& latecomer = Start("D");
-    ASSERT_EQ(latecomer.Ask("setup client"), "ok");
-    ASSERT_EQ(latecomer.Ask("subscribe Line"), "ok");
+    Probe& latecomer = Client("D", "subscribe Line");
     EXPECT_EQ(main.Ask("burst Line 200"), "ok accepted=200 refused=0 failure=none");
     for (Probe* probe : {subscribers[0], subscribers[2], &latecomer})
     {
@@ -194,9 +206,7 @@ TEST_F(NmSystemTest, AKilledProcessLeavesAsIfCleanlyTheOthersAndALatecomerGetEve
     }
 
     // It comes back under its name, and its name is free for it.
-    Probe& again = Start("B");
-    ASSERT_EQ(again.Ask("setup client"), "ok");
-    EXPECT_THAT(again.Ask("register Out.B"), StartsWith("ok"));
+    Probe& again = Client("B", "register Out.B");
     ASSERT_EQ(again.Ask("subscribe Line"), "ok");
     ASSERT_THAT(main.Ask("send Line back"), StartsWith("ok"));
     EXPECT_EQ(again.Notified("Line"), "ok Line back");
@@ -204,14 +214,9 @@ TEST_F(NmSystemTest, AKilledProcessLeavesAsIfCleanlyTheOthersAndALatecomerGetEve
 
 TEST_F(NmSystemTest, AStoppedProcessCostsOneTimeLimitAndIsServedAgainOnceItGoesOn)
 {
-    Probe& main = Start("Main", "1000");
-    ASSERT_EQ(main.Ask("setup broker"), "ok");
-    Probe& paused = Start("Paused");
-    ASSERT_EQ(paused.Ask("setup client"), "ok");
-    ASSERT_EQ(paused.Ask("subscribe Line"), "ok");
-    Probe& other = Start("Other");
-    ASSERT_EQ(other.Ask("setup client"), "ok");
-    ASSERT_EQ(other.Ask("subscribe Tick"), "ok");
+    Probe& main = Main(0, "1000");
+    Probe& paused = Client("Paused", "subscribe Line");
+    Probe& other = Client("Other", "subscribe Tick");
     ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
     ASSERT_THAT(main.Ask("register Tick"), StartsWith("ok"));
     ASSERT_EQ(main.Ask("start"), "ok");
@@ -238,8 +243,7 @@ TEST_F(NmSystemTest, AStoppedProcessCostsOneTimeLimitAndIsServedAgainOnceItGoesO
 
 TEST_F(NmSystemTest, ProcessesThatComeAndGoLeaveNoThreadOrDescriptorInTheBrokersProcess)
 {
-    Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker"), "ok");
+    Probe& main = Main();
     ASSERT_THAT(main.Ask("register Line"), StartsWith("ok"));
     ASSERT_EQ(main.Ask("start"), "ok");
     // Each guest joins while the one before it is still there, which then leaves: cleanly or killed, in
@@ -247,9 +251,7 @@ TEST_F(NmSystemTest, ProcessesThatComeAndGoLeaveNoThreadOrDescriptorInTheBrokers
     // with one live guest and one such connection.
     const auto cycle = [&](int i)
     {
-        Probe& guest = Start("Guest" + std::to_string(i));
-        ASSERT_EQ(guest.Ask("setup client"), "ok");
-        ASSERT_EQ(guest.Ask("subscribe Line"), "ok");
+        Client("Guest" + std::to_string(i), "subscribe Line");
         if (processes.size() > 2)
         {
             Probe& previous = **(processes.end() - 2);
@@ -293,11 +295,8 @@ TEST_F(NmSystemTest, StoppingWithAFullQueueAndASendInRetryEndsCleanly)
 {
     // The broker never starts delivering: its queue of two fills, and the next non-blocking send is
     // retried by the worker.
-    Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 2)), "ok");
-    Probe& sender = Start("Sender");
-    ASSERT_EQ(sender.Ask("setup client"), "ok");
-    ASSERT_THAT(sender.Ask("register Line"), StartsWith("ok"));
+    Probe& main = Main(2);
+    Probe& sender = Client("Sender", "register Line");
     for (int i = 0; i < 4; ++i)
     {
         ASSERT_EQ(sender.Ask("nbsend Line x"), "ok");
@@ -311,14 +310,9 @@ TEST_F(NmSystemTest, StoppingWithAFullQueueAndASendInRetryEndsCleanly)
 
 TEST_F(NmSystemTest, ABrokerThatStopsDuringABurstDeliversEveryNotificationWhoseIdItReturned)
 {
-    Probe& main = Start("Main");
-    ASSERT_EQ(main.Ask("setup broker " + BrokerQueueOf(directory, 20000)), "ok");
-    Probe& receiver = Start("R");
-    ASSERT_EQ(receiver.Ask("setup client"), "ok");
-    ASSERT_EQ(receiver.Ask("subscribe Line"), "ok");
-    Probe& sender = Start("S");
-    ASSERT_EQ(sender.Ask("setup client"), "ok");
-    ASSERT_THAT(sender.Ask("register Line"), StartsWith("ok"));
+    Probe& main = Main(20000);
+    Probe& receiver = Client("R", "subscribe Line");
+    Probe& sender = Client("S", "register Line");
     ASSERT_EQ(main.Ask("start"), "ok");
 
     sender.WriteLine("burst Line 1000000");

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -32,29 +33,21 @@ using Json = nlohmann::json;
 
 namespace
 {
-int Port()
-{
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
-bool Listening(int port)
+/// Binds (port 0: a free port, which it returns) or connects (true if something listens) on loopback.
+int OnLoopback(int port, bool connectTo)
 {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     address.sin_port = htons(static_cast<std::uint16_t>(port));
-    const bool connected = connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    socklen_t length = sizeof address;
+    const int result = connectTo ? connect(fd, reinterpret_cast<sockaddr*>(&address), length) == 0
+                                 : (bind(fd, reinterpret_cast<sockaddr*>(&address), length),
+                                    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length),
+                                    ntohs(address.sin_port));
     close(fd);
-    return connected;
+    return result;
 }
 
 std::string Read(const std::string& path)
@@ -89,7 +82,7 @@ protected:
         {
             GTEST_SKIP() << "mosquitto is not installed (scripts/install-deps.sh installs it)";
         }
-        port = Port();
+        port = OnLoopback(0, false);
     }
 
     void TearDown() override
@@ -118,7 +111,7 @@ protected:
         // This machine's own mosquitto, also when the programs under test run under an emulator.
         mqtt = std::make_unique<ChildProcess>(MOSQUITTO, std::vector<std::string>{"-c", config}, std::nullopt,
                                               false, true);
-        ASSERT_TRUE(Kiv::Testing::WaitFor([&] { return Listening(port); }));
+        ASSERT_TRUE(Kiv::Testing::WaitFor([&] { return OnLoopback(port, true) == 1; }));
     }
 
     /// The main process of system `name`, which delivers from SIGUSR1 on.
@@ -162,9 +155,10 @@ protected:
         return path;
     }
 
-    /// kivnm-bridge in system `name`, its log in Log(name).
+    /// kivnm-bridge in system `name`, its log in Log(name), which starts empty.
     ChildProcess& Bridge(const std::string& name, const std::string& settings)
     {
+        std::filesystem::remove(Log(name));
         return Keep(std::make_unique<ChildProcess>(
             "/bin/sh",
             std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_BRIDGE +
@@ -174,6 +168,21 @@ protected:
     }
 
     std::string Log(const std::string& name) const { return directory + "/bridge-" + name + ".log"; }
+
+    /// Waits for `bridge` to say that it is ready and, unless `refused` holds a text of its log, connected;
+    /// a refused one must end with code 1 and that text in its log.
+    void Expect(ChildProcess& bridge, const std::string& refused = "")
+    {
+        EXPECT_EQ(bridge.ReadLine(), "ready");
+        if (refused.empty())
+        {
+            EXPECT_EQ(bridge.ReadLine(), "connected");
+            return;
+        }
+        EXPECT_EQ(bridge.ReadLine(), "");  // its end, or the time limit for one that hangs on
+        EXPECT_EQ(bridge.Stop(SIGKILL), 1 << 8) << refused;
+        EXPECT_THAT(Read(Log("a")), HasSubstr(refused));
+    }
 
     /// The notifications that `watcher` prints, by their text, until one of each name in `last` has come.
     static std::map<std::string, std::vector<Json>> Until(ChildProcess& watcher, std::set<std::string> last)
@@ -202,11 +211,8 @@ TEST_F(KivNmBridgeTest, TwoSystemsThatExportAndImportTheSameSubtreeGetEachNotifi
     ChildProcess& hostB = Host("b");
     ChildProcess& bridgeA = Bridge("a", Settings("a", both));
     ChildProcess& bridgeB = Bridge("b", Settings("b", both));
-    for (ChildProcess* bridge : {&bridgeA, &bridgeB})
-    {
-        ASSERT_EQ(bridge->ReadLine(), "ready");
-        ASSERT_EQ(bridge->ReadLine(), "connected");
-    }
+    Expect(bridgeA);
+    Expect(bridgeB);
     ChildProcess& watchA = Peer("a", "subscribe Demo");
     ChildProcess& watchB = Peer("b", "subscribe Demo");
     Dispatch(hostA);
@@ -259,13 +265,8 @@ TEST_F(KivNmBridgeTest, TheMqttBrokerStoppedAndRestartedMidStreamLosesNothingAtQ
     StartMqtt();
     ChildProcess& hostA = Host("a");
     ChildProcess& hostB = Host("b");
-    ChildProcess& bridgeA = Bridge("a", Settings("a", "  <Export name=\"Demo.Plant\"/>\n"));
-    ChildProcess& bridgeB = Bridge("b", Settings("b", "  <Import topic=\"kiv/#\"/>\n"));
-    for (ChildProcess* bridge : {&bridgeA, &bridgeB})
-    {
-        ASSERT_EQ(bridge->ReadLine(), "ready");
-        ASSERT_EQ(bridge->ReadLine(), "connected");
-    }
+    Expect(Bridge("a", Settings("a", "  <Export name=\"Demo.Plant\"/>\n")));
+    Expect(Bridge("b", Settings("b", "  <Import topic=\"kiv/#\"/>\n")));
     ChildProcess& watchB = Peer("b", "subscribe Demo");
     ChildProcess& sendA = Peer("a");
     Dispatch(hostA);
@@ -311,9 +312,7 @@ TEST_F(KivNmBridgeTest, WhileTheMqttBrokerIsAwayTheBridgeKeepsItsBufferAndCounts
     StartMqtt();
     ChildProcess& hostA = Host("a");
     ChildProcess& hostB = Host("b");
-    ChildProcess& bridgeB = Bridge("b", Settings("b", "  <Import topic=\"kiv/#\"/>\n"));
-    ASSERT_EQ(bridgeB.ReadLine(), "ready");
-    ASSERT_EQ(bridgeB.ReadLine(), "connected");
+    Expect(Bridge("b", Settings("b", "  <Import topic=\"kiv/#\"/>\n")));
     EXPECT_EQ(mqtt->Stop(SIGTERM), 0);
 
     ChildProcess& bridgeA =
@@ -353,33 +352,23 @@ TEST_F(KivNmBridgeTest, ABadSettingAndAWrongPasswordAreClearErrors)
         return path;
     };
     const std::string credentials = "  <Credentials user=\"plant\" passwordFile=\"";
-    const struct
+    // A bad setting ends the bridge before it is ready.
+    for (const auto& [body, broker, error] : std::vector<std::array<std::string, 3>>{
+             {"", "qos=\"2\"", ".xml(3): element 'Broker': bad value '2' of attribute 'qos'"},
+             {"  <Export name=\"Demo..Plant\"/>\n", "",
+              ".xml(4): element 'Export': bad value 'Demo..Plant'"}})
     {
-        std::string body, broker, stdoutLine, logPart;
-    } cases[] = {
-        {"", "qos=\"2\"", "", ".xml(3): element 'Broker': bad value '2' of attribute 'qos'"},
-        {"  <Export name=\"Demo..Plant\"/>\n", "", "", ".xml(4): element 'Export': bad value 'Demo..Plant'"},
-        {credentials + secret("wrong", "wrong") + "\"/>\n", "", "ready",
-         "refused the connection: Connection Refused: not authorised"},
-        {credentials + secret("right", "right") + "\"/>\n", "", "ready", "connected to the MQTT broker"},
-    };
-    for (const auto& c : cases)
-    {
-        std::filesystem::remove(Log("a"));
-        ChildProcess& bridge = Bridge("a", Settings("a", c.body, c.broker));
-        EXPECT_EQ(bridge.ReadLine(), c.stdoutLine) << c.logPart;
-        if (c.logPart.find("connected to") != std::string::npos)
-        {
-            EXPECT_EQ(bridge.ReadLine(), "connected");
-            EXPECT_EQ(bridge.Stop(SIGINT), 0);
-        }
-        else
-        {
-            EXPECT_EQ(bridge.ReadLine(), "");  // its end, or the time limit for one that hangs on
-            EXPECT_EQ(bridge.Stop(SIGKILL), 1 << 8) << c.logPart;
-        }
-        EXPECT_THAT(Read(Log("a")), HasSubstr(c.logPart));
+        ChildProcess& bridge = Bridge("a", Settings("a", body, broker));
+        EXPECT_EQ(bridge.ReadLine(), "") << error;
+        EXPECT_EQ(bridge.Stop(SIGKILL), 1 << 8) << error;
+        EXPECT_THAT(Read(Log("a")), HasSubstr(error));
     }
+    Expect(Bridge("a", Settings("a", credentials + secret("wrong", "wrong") + "\"/>\n")),
+           "refused the connection: Connection Refused: not authorised");
+    ChildProcess& bridge = Bridge("a", Settings("a", credentials + secret("right", "right") + "\"/>\n"));
+    Expect(bridge);
+    EXPECT_EQ(bridge.Stop(SIGINT), 0);
+    EXPECT_THAT(Read(Log("a")), HasSubstr("connected to the MQTT broker"));
 }
 
 TEST_F(KivNmBridgeTest, TlsWithTheRightAuthorityConnectsAndWithAnotherIsAClearError)
@@ -404,24 +393,12 @@ TEST_F(KivNmBridgeTest, TlsWithTheRightAuthorityConnectsAndWithAnotherIsAClearEr
     StartMqtt("allow_anonymous true\ncafile " + d + "ca.crt\ncertfile " + d + "broker.crt\nkeyfile " + d +
               "broker.key\n");
     Host("a");
-    for (const std::string authority : {"ca", "other"})
-    {
-        std::filesystem::remove(Log("a"));
-        ChildProcess& bridge = Bridge("a", Settings("a", "  <Tls caFile=\"" + d + authority + ".crt\"/>\n"));
-        EXPECT_EQ(bridge.ReadLine(), "ready");
-        if (authority == "ca")
-        {
-            EXPECT_EQ(bridge.ReadLine(), "connected");
-            EXPECT_EQ(bridge.Stop(SIGINT), 0);
-        }
-        else
-        {
-            EXPECT_EQ(bridge.ReadLine(), "");
-            EXPECT_EQ(bridge.Stop(SIGKILL), 1 << 8);
-            EXPECT_THAT(Read(Log("a")),
-                        HasSubstr("TLS with the MQTT broker 127.0.0.1:" + std::to_string(port) +
-                                  " failed: OpenSSL Error[0]: error:0A000086:SSL "
-                                  "routines::certificate verify failed"));
-        }
-    }
+    const auto tls = [&](const std::string& authority) -> ChildProcess&
+    { return Bridge("a", Settings("a", "  <Tls caFile=\"" + d + authority + ".crt\"/>\n")); };
+    ChildProcess& trusting = tls("ca");
+    Expect(trusting);
+    EXPECT_EQ(trusting.Stop(SIGINT), 0);
+    Expect(tls("other"),
+           "TLS with the MQTT broker 127.0.0.1:" + std::to_string(port) +
+               " failed: OpenSSL Error[0]: error:0A000086:SSL routines::certificate verify failed");
 }

@@ -3,6 +3,7 @@
 // policy files that mean someone else.
 
 #include "Platform/Tul/Support/ChildProcess.h"
+#include "Platform/Tul/Support/RawConnection.h"
 #include "Support/Stranger.h"
 #include "Support/SystemDirectoryTest.h"
 #include "Support/WaitFor.h"
@@ -36,9 +37,7 @@
 #include <functional>
 
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/wait.h>
 
 using namespace Kiv::System::Nm;
@@ -107,6 +106,14 @@ protected:
         Kiv::System::Tul::ServiceManager::Configure(settings);
     }
 
+    /// A policy file with `grants`.
+    std::string Policy(const std::string& grants)
+    {
+        const std::string path = directory + "/policy.xml";
+        std::ofstream(path) << "<TulPolicy>\n  " << grants << "\n</TulPolicy>\n";
+        return path;
+    }
+
     void TearDown() override
     {
         Kiv::System::Tul::Testing::UseNewTransport();
@@ -169,13 +176,13 @@ std::shared_ptr<TService> Fetch()
     return FetchService<TService, TProxyFactory>();
 }
 
+const auto DispatcherManager =
+    Fetch<INotificationDispatcherManagerService, NotificationDispatcherManagerServiceProxyFactory>;
+const auto Sending = Fetch<INotificationSendingService, NotificationSendingServiceProxyFactory>;
+
 const InternalAttack internalAttacks[] = {
     {"ReadEveryNotification", "RegisterDispatcher",
-     []
-     {
-         Fetch<INotificationDispatcherManagerService, NotificationDispatcherManagerServiceProxyFactory>()
-             ->RegisterDispatcher(ToTulString("Watcher"));
-     }},
+     [] { DispatcherManager()->RegisterDispatcher(ToTulString("Watcher")); }},
     {"SwitchTheSubscriptionState", "SetStateRelaxed",
      [] { Fetch<ISubscriptionStateService, SubscriptionStateServiceProxyFactory>()->SetStateRelaxed(); }},
     {"InjectANotificationIntoAComponentsDispatcher", "Dispatch",
@@ -188,27 +195,18 @@ const InternalAttack internalAttacks[] = {
                         {1, 2, 3});
      }},
     {"UnregisterAnotherComponentsName", "UnregisterNotification",
-     [] {
-         Fetch<INotificationSendingService, NotificationSendingServiceProxyFactory>()->UnregisterNotification(
-             1);
-     }},
-    {"UnregisterADispatcher", "UnregisterDispatcher",
-     []
-     {
-         Fetch<INotificationDispatcherManagerService, NotificationDispatcherManagerServiceProxyFactory>()
-             ->UnregisterDispatcher(1);
-     }},
+     [] { Sending()->UnregisterNotification(1); }},
+    {"UnregisterADispatcher", "UnregisterDispatcher", [] { DispatcherManager()->UnregisterDispatcher(1); }},
     {"PreRegisterTheExceptionNotificationOfAComponent", "RegisterNotification",
      []
      {
-         Fetch<INotificationSendingService, NotificationSendingServiceProxyFactory>()->RegisterNotification(
-             ToTulString("Kiv.System.Nm.ExceptionDuringNotify.Late"), ToTulString("Evil"), Severity::Info, 1);
+         Sending()->RegisterNotification(ToTulString("Kiv.System.Nm.ExceptionDuringNotify.Late"),
+                                         ToTulString("Evil"), Severity::Info, 1);
      }},
     {"ExhaustDispatcherIds", "RegisterDispatcher",
      []
      {
-         const auto service =
-             Fetch<INotificationDispatcherManagerService, NotificationDispatcherManagerServiceProxyFactory>();
+         const auto service = DispatcherManager();
          for (int i = 0; i < 70000; ++i)
          {
              service->RegisterDispatcher(ToTulString("D" + std::to_string(i)));
@@ -250,9 +248,7 @@ INSTANTIATE_TEST_SUITE_P(Attack, KivNmInternalServiceSecurityTest, ::testing::Va
 TEST_F(KivNmSecurityTest, APolicyGrantingAnOperationThePublicServiceLacksStopsTheHostWithFileAndLine)
 {
     // The strict reading itself is a unit test's; here the host hands it the public service's operations.
-    const std::string policy = directory + "/policy.xml";
-    std::ofstream(policy)
-        << "<TulPolicy>\n  <Grant operations=\"SendNotificaton\" users=\"65534\"/>\n</TulPolicy>\n";
+    const std::string policy = Policy(R"(<Grant operations="SendNotificaton" users="65534"/>)");
     int exitCode = 0;
     // A host that took the policy would serve until stopped: the time limit ends it.
     const std::string output = RunShell("timeout 20 " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
@@ -266,11 +262,7 @@ TEST_F(KivNmSecurityTest, APolicyGrantingAnOperationThePublicServiceLacksStopsTh
 TEST_F(KivNmSecurityTest, ASupplementaryGroupOfTheCallerCounts)
 {
     KIV_SKIP_UNLESS_ROOT();
-    const std::string policy = directory + "/policy.xml";
-    std::ofstream(policy)
-        << R"(<TulPolicy><Grant operations="GetNumberOfSubmittedNotifications" groups="4242"/>)"
-        << "</TulPolicy>\n";
-    StartSystem(policy);
+    StartSystem(Policy(R"(<Grant operations="GetNumberOfSubmittedNotifications" groups="4242"/>)"));
     const auto count = []
     {
         Fetch<INotificationManagerService, NotificationManagerServiceProxyFactory>()
@@ -303,9 +295,7 @@ TEST_F(KivNmSecurityTest, AFloodOfConnectionsAnnouncingLargeBodiesLeavesMemoryAn
 {
     KIV_SKIP_UNLESS_ROOT();
     // Granted the public service, so that the bodies are read: the most a stranger can make it do.
-    const std::string policy = directory + "/policy.xml";
-    std::ofstream(policy) << "<TulPolicy><Grant operations=\"*\" users=\"65534 0\"/></TulPolicy>\n";
-    StartSystem(policy);
+    StartSystem(Policy(R"(<Grant operations="*" users="65534 0"/>)"));
     const pid_t pid = broker->GetPid();
     const long threadsBefore = ProcStatus(pid, "Threads:");
     const long residentBefore = ProcStatus(pid, "VmRSS:");
@@ -316,26 +306,16 @@ TEST_F(KivNmSecurityTest, AFloodOfConnectionsAnnouncingLargeBodiesLeavesMemoryAn
     Stranger flood(
         [&](int out)
         {
-            std::vector<int> open;
             // Method 3 of the public service, service handle 4 of provider 1: SendNotification, announcing
             // 16 MiB of which 4 KiB come.
-            std::vector<std::uint8_t> frame(12 + 4096, 0);
+            auto frame = RawWire::Frame(RawWire::invoke, 1, 4, 3, RawWire::Bytes(4096));
             const std::uint32_t size = 16 * 1024 * 1024;
-            const std::uint16_t numbers[] = {1, 4, 3};
             std::memcpy(frame.data(), &size, 4);
-            frame[4] = 2;
-            std::memcpy(frame.data() + 6, numbers, sizeof numbers);
+            std::vector<std::unique_ptr<RawWire::RawConnection>> open;
             for (int i = 0; i < connections; ++i)
             {
-                const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-                sockaddr_un address{};
-                address.sun_family = AF_UNIX;
-                std::strncpy(address.sun_path, endpoint.c_str(), sizeof address.sun_path - 1);
-                if (connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
-                {
-                    send(fd, frame.data(), frame.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-                }
-                open.push_back(fd);
+                open.push_back(std::make_unique<RawWire::RawConnection>(endpoint));
+                open.back()->Send(frame);
             }
             Stranger::Report(out, "flooding");
             pause();

@@ -1,6 +1,7 @@
 #include "Platform/Tul/Support/ChildProcess.h"
 #include "Platform/Tul/Support/RawConnection.h"
 #include "Support/SystemDirectoryTest.h"
+#include "Support/WaitFor.h"
 
 #include <nlohmann/json.hpp>
 
@@ -44,19 +45,32 @@ protected:
         return *processes.emplace_back(std::make_unique<ChildProcess>(program, args));
     }
 
-    /// Runs kivnm in this test's system to its end, as this user or as nobody (uid 65534): its output,
-    /// stdout and stderr together, and its exit code in `exitCode`.
-    std::string Tool(const std::vector<std::string>& args, bool asNobody = false)
+    /// `program` with `args` in this test's system, its stderr to `redirect` (by default into stdout).
+    ChildProcess& Shell(const char* program, const std::string& args, const std::string& redirect = "2>&1")
     {
-        std::string command =
-            std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") +
-            Kiv::Testing::EmulatorPrefix() + KIVNM_CLI + " --system '" + system + "' --endpoints '" +
-            directory + "'";
+        const std::string line = "exec " + Kiv::Testing::EmulatorPrefix() + program + " " + args +
+                                 " --system " + system + " --endpoints " + directory + " " + redirect;
+        return *processes.emplace_back(std::make_unique<ChildProcess>(
+            "/bin/sh", std::vector<std::string>{"-c", line}, std::nullopt, false, true));
+    }
+
+    /// The shell command that runs `program` with `args`, each quoted.
+    static std::string Command(const std::string& program, const std::vector<std::string>& args)
+    {
+        std::string command = Kiv::Testing::EmulatorPrefix() + program;
         for (const auto& arg : args)
         {
             command += " '" + arg + "'";
         }
-        return Run(command);
+        return command;
+    }
+
+    /// Runs kivnm in this test's system to its end, as this user or as nobody (uid 65534).
+    std::string Tool(std::vector<std::string> args, bool asNobody = false)
+    {
+        args.insert(args.begin(), {"--system", system, "--endpoints", directory});
+        return Run(std::string(asNobody ? "setpriv --reuid=65534 --regid=65534 --clear-groups " : "") +
+                   Command(KIVNM_CLI, args));
     }
 
     /// Runs `command` to its end: its output, stdout and stderr together, and its exit code in `exitCode`.
@@ -71,6 +85,13 @@ protected:
         }
         exitCode = ExitCode(pclose(pipe));
         return output;
+    }
+
+    /// The set-up window ends once everyone has joined: the watching tool's process is listed last.
+    bool WatcherJoined()
+    {
+        return Kiv::Testing::WaitFor(
+            [&] { return Tool({"list"}).find("ExceptionDuringNotify.kivnm-watch") != std::string::npos; });
     }
 
     /// The next line of `process` that satisfies `wanted`; empty when none comes.
@@ -104,12 +125,7 @@ TEST_F(KivNmToolsTest, TheDemoComponentsAndTheToolSeeTheSameNotificationsAndEver
     ChildProcess& sensor = Start(DEMO_SENSOR, {"--period-ms", "100"});
     ASSERT_EQ(sensor.ReadLine(), "sensor ready");
     ChildProcess& watch = Start(KIVNM_CLI, {"--json", "watch", "Demo.Plant", "Demo.Cli"});
-    // The set-up window: everyone has joined once the tool's process is listed.
-    for (int i = 0; i < 300 && Tool({"list"}).find("ExceptionDuringNotify.kivnm-watch") == std::string::npos;
-         ++i)
-    {
-        usleep(100 * 1000);
-    }
+    ASSERT_TRUE(WatcherJoined());
     kill(host.GetPid(), SIGUSR1);
     ASSERT_EQ(host.ReadLine(), "dispatching");
 
@@ -141,10 +157,10 @@ TEST_F(KivNmToolsTest, TheDemoComponentsAndTheToolSeeTheSameNotificationsAndEver
     EXPECT_EQ(reading["severity"], "Warning");
     EXPECT_EQ(reading["payloadType"], "Kiv::System::Nm::StringPayload");
 
-    EXPECT_EQ(ExitCode(watch.Stop(SIGINT)), 0);
-    EXPECT_EQ(ExitCode(sensor.Stop(SIGINT)), 0);
-    EXPECT_EQ(ExitCode(monitor.Stop(SIGINT)), 0);
-    EXPECT_EQ(ExitCode(host.Stop(SIGTERM)), 0);
+    for (ChildProcess* program : {&watch, &sensor, &monitor, &host})
+    {
+        EXPECT_EQ(ExitCode(program->Stop(program == &host ? SIGTERM : SIGINT)), 0);
+    }
     EXPECT_TRUE(std::filesystem::is_empty(directory));
 }
 
@@ -178,12 +194,7 @@ TEST_F(KivNmToolsTest, TheBrokersProcessClosesRogueConnectionsWithAWarningAndSer
 {
     const std::string log = directory + "/host.log";
     const std::string endpoint = directory + "/" + system + ".Kiv.sock";
-    ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
-        "/bin/sh",
-        std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
-                                           " --name Main --broker --system " + system + " --endpoints " +
-                                           directory + " 2>" + log},
-        std::nullopt, false, true));
+    ChildProcess& host = Shell(KIVNM_HOST, "--name Main --broker", "2>" + log);
     ASSERT_EQ(host.ReadLine(), "ready");
     auto served = [&]
     {
@@ -246,20 +257,14 @@ TEST_F(KivNmToolsTest, WrongCommandLinesAreToldInOneLineWithCodeTwoAndHelpWorksE
     };
     for (const auto& [program, args, message] : rows)
     {
-        std::string command = Kiv::Testing::EmulatorPrefix() + program;
-        for (const auto& arg : args)
-        {
-            command += " '" + arg + "'";
-        }
+        const std::string command = Command(program, args);
         const std::string output = Run(command);
         EXPECT_EQ(exitCode, 2) << command.substr(0, 200);
         EXPECT_THAT(output.substr(0, output.find('\n')), HasSubstr(message)) << command.substr(0, 200);
     }
     for (const std::string program : {KIVNM_HOST, KIVNM_CLI, DEMO_SENSOR, DEMO_MONITOR})
     {
-        EXPECT_THAT(Run(Kiv::Testing::EmulatorPrefix() + program + " --help"),
-                    ::testing::StartsWith("usage: "))
-            << program;
+        EXPECT_THAT(Run(Command(program, {"--help"})), ::testing::StartsWith("usage: ")) << program;
         EXPECT_EQ(exitCode, 0) << program;
     }
 }
@@ -268,24 +273,12 @@ TEST_F(KivNmToolsTest, ALongTextArrivesWholeAndWhenTheBrokerDiesEveryProgramEnds
 {
     ChildProcess& host = Start(KIVNM_HOST, {"--name", "Main", "--broker", "--start-on-signal"});
     ASSERT_EQ(host.ReadLine(), "ready");
-    const auto merged = [&](const char* program, const std::string& args)
-    {
-        return std::ref(*processes.emplace_back(std::make_unique<ChildProcess>(
-            "/bin/sh",
-            std::vector<std::string>{"-c", "exec " + Kiv::Testing::EmulatorPrefix() + program + " " + args +
-                                               " --system " + system + " --endpoints " + directory + " 2>&1"},
-            std::nullopt, false, true)));
-    };
-    ChildProcess& monitor = merged(DEMO_MONITOR, "");
+    ChildProcess& monitor = Shell(DEMO_MONITOR, "");
     ASSERT_EQ(monitor.ReadLine(), "monitor ready");
-    ChildProcess& sensor = merged(DEMO_SENSOR, "--period-ms 50");
+    ChildProcess& sensor = Shell(DEMO_SENSOR, "--period-ms 50");
     ASSERT_EQ(sensor.ReadLine(), "sensor ready");
-    ChildProcess& watch = merged(KIVNM_CLI, "--json watch Demo.Cli");
-    for (int i = 0; i < 300 && Tool({"list"}).find("ExceptionDuringNotify.kivnm-watch") == std::string::npos;
-         ++i)
-    {
-        usleep(100 * 1000);
-    }
+    ChildProcess& watch = Shell(KIVNM_CLI, "--json watch Demo.Cli");
+    ASSERT_TRUE(WatcherJoined());
     kill(host.GetPid(), SIGUSR1);
     ASSERT_EQ(host.ReadLine(), "dispatching");
     const std::string longText(24527, 'x');
@@ -309,22 +302,16 @@ TEST_F(KivNmToolsTest, StoppingWithTheBrokersQueueFullEndsEveryProgramWithoutACr
     const std::string settings = directory + "/small.xml";
     std::ofstream(settings) << "<NotificationManagerSettingsDocument><NotificationBroker queueLength=\"2\"/>"
                                "</NotificationManagerSettingsDocument>";
-    ChildProcess& host = *processes.emplace_back(std::make_unique<ChildProcess>(
-        "/bin/sh",
-        std::vector<std::string>{
-            "-c", "exec " + Kiv::Testing::EmulatorPrefix() + KIVNM_HOST +
-                      " --name Main --broker --start-on-signal --stop-limit 2 --settings " + settings +
-                      " --system " + system + " --endpoints " + directory + " 2>&1"},
-        std::nullopt, false, true));
+    ChildProcess& host =
+        Shell(KIVNM_HOST, "--name Main --broker --start-on-signal --stop-limit 2 --settings " + settings);
     ASSERT_EQ(NextLine(host, [](const std::string& line) { return line == "ready"; }), "ready");
     ChildProcess& sensor = Start(DEMO_SENSOR, {"--period-ms", "10"});
     ASSERT_EQ(sensor.ReadLine(), "sensor ready");
-    const auto submitted = [&] { return Json::parse(Tool({"--json", "stats"}))["submitted"].get<int>(); };
-    for (int i = 0; i < 300 && submitted() < 2; ++i)
-    {
-        usleep(10 * 1000);
-    }
-    ASSERT_GE(submitted(), 2) << "the broker's queue never filled";
+    ASSERT_TRUE(Kiv::Testing::WaitFor(
+        [&] {
+            return Json::parse(Tool({"--json", "stats"}))["submitted"] >= 2;
+        }))
+        << "the broker's queue never filled";
     EXPECT_EQ(ExitCode(sensor.Stop(SIGINT)), 0);
     // The broker's thread never ran: its stop waits for room in the full queue for good, so the host gives
     // up after its stop limit, saying so.
