@@ -20,7 +20,10 @@
 #include <Kiv/Singleton.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
+#include <atomic>
 #include <exception>
+#include <mutex>
+#include <shared_mutex>
 
 namespace Kiv::System::Nm::Internal::NotificationDispatcher
 {
@@ -36,6 +39,18 @@ const String& GetAppDomainName()
 {
     return Commons::Singleton<Commons::AppDomain>::GetInstance().GetName();
 }
+
+// Deliveries hold the gate shared; the destructor takes it alone once it has left the broker, so that it
+// waits for the deliveries under way and those that come later find no dispatcher.
+std::shared_mutex& DeliveryGate()
+{
+    static std::shared_mutex gate;
+    return gate;
+}
+
+std::atomic<NotificationDispatcher*> liveDispatcher{nullptr};
+// A subscriber may dispose the manager from its Notify: that destructor can't wait for its own delivery.
+thread_local int deliveriesOnThisThread = 0;
 }  // namespace
 
 NotificationDispatcher::NotificationDispatcher()
@@ -47,6 +62,7 @@ NotificationDispatcher::NotificationDispatcher()
     GetNotificationSendingService();
     RegisterAtDispatcherManager();
     RegisterExceptionNotification();
+    liveDispatcher.store(this);
 }
 
 NotificationDispatcher::~NotificationDispatcher()
@@ -65,8 +81,39 @@ NotificationDispatcher::~NotificationDispatcher()
         Log(LogLevel::Error, "Caught exception in destructor of NotificationDispatcher");
     }
     // A delivery that the broker began before this dispatcher left may still be running on another
-    // thread; it holds dispatchMutex throughout, so the members it uses go only once it has ended.
+    // thread, or be about to enter; the members it would use go only once it has ended or turned away.
+    if (deliveriesOnThisThread == 0)
+    {
+        std::unique_lock<std::shared_mutex> waitForDeliveries(DeliveryGate());
+        liveDispatcher.store(nullptr);
+    }
+    else
+    {
+        liveDispatcher.store(nullptr);
+    }
     Mutex::ScopedLock waitForDelivery(dispatchMutex);
+}
+
+void NotificationDispatcher::DispatchToProcessDispatcher(
+    const Notification& notification, const std::vector<NotificationNameId>& notificationNameIds)
+{
+    std::shared_lock<std::shared_mutex> gate(DeliveryGate(), std::defer_lock);
+    if (deliveriesOnThisThread == 0)
+    {
+        gate.lock();
+    }
+    NotificationDispatcher& dispatcher = GetInstance();
+    if (&dispatcher != liveDispatcher.load())
+    {
+        // It has left the broker: as for a process that has gone, the notification is not its any more.
+        return;
+    }
+    struct OnThisThread
+    {
+        OnThisThread() { ++deliveriesOnThisThread; }
+        ~OnThisThread() { --deliveriesOnThisThread; }
+    } delivering;
+    dispatcher.Dispatch(notification, notificationNameIds);
 }
 
 String NotificationDispatcher::GetExceptionNotificationName()

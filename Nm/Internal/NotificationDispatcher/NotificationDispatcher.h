@@ -61,6 +61,11 @@ public:
     /// "Kiv.System.Nm.ExceptionDuringNotify." followed by the name of the process's AppDomain.
     static String GetExceptionNotificationName();
 
+    /// Finds this process's dispatcher and delivers to it, unless it is leaving: the lookup still answers
+    /// while the destructor runs, so a delivery and the destructor meet at a gate outside the object.
+    static void DispatchToProcessDispatcher(const Notification& notification,
+                                            const std::vector<NotificationNameId>& notificationNameIds);
+
 private:
     void PublishService();
     void GetDispatcherManagerService();

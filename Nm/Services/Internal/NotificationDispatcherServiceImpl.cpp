@@ -5,17 +5,10 @@
 
 namespace Kiv::System::Nm::Services::Internal
 {
-namespace
-{
-Nm::Internal::NotificationDispatcher::NotificationDispatcher& Dispatcher()
-{
-    return AppDomainSingleton<Nm::Internal::NotificationDispatcher::NotificationDispatcher>::GetInstance();
-}
-}  // namespace
-
 void NotificationDispatcherServiceImpl::Dispatch(const Notification& notification,
                                                  const std::vector<std::uint32_t>& nameIds)
 {
-    Dispatcher().Dispatch(notification, ConvertRawIdsToIdTypes<NotificationNameId>(nameIds));
+    Nm::Internal::NotificationDispatcher::NotificationDispatcher::DispatchToProcessDispatcher(
+        notification, ConvertRawIdsToIdTypes<NotificationNameId>(nameIds));
 }
 }  // namespace Kiv::System::Nm::Services::Internal
