@@ -45,20 +45,22 @@ public:
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface. The
 /// ids differ from those of the internal services for the same operations.
-#define KIV_NM_NOTIFICATION_MANAGER_SERVICE_OPERATIONS(Operation)                                           \
-    Operation(1, std::uint32_t, RegisterNotification, const TulString<512>&, const TulString<512>&,         \
-              Severity, const TulString<512>&) Operation(2, void, UnregisterNotification, std::uint32_t)    \
-        Operation(3, std::uint64_t, SendNotification, std::uint32_t, DateTime,                              \
-                  const std::vector<TulVariant<512>>&)                                                      \
-            Operation(4, TulString<512>, GetNotificationName, std::uint32_t)                                \
-                Operation(5, std::uint32_t, GetNotificationNameId, const TulString<512>&)                   \
-                    Operation(6, std::vector<std::uint32_t>, GetNotificationNameIdsByStatus,                \
-                              NotificationRegistrationStatus)                                               \
-                        Operation(7, std::vector<std::uint32_t>, GetAllKnownNotificationNameIds) Operation( \
-                            8, NotificationRegistrationInfo, GetNotificationRegistration, std::uint32_t)    \
-                            Operation(9, std::uint16_t, GetPayloadTypeId, const TulString<512>&)            \
-                                Operation(10, TulString<512>, GetPayloadTypeName, std::uint16_t)            \
-                                    Operation(11, std::uint64_t, GetNumberOfSubmittedNotifications)
+// clang-format off
+#define KIV_NM_NOTIFICATION_MANAGER_SERVICE_OPERATIONS(Operation)                                            \
+    Operation(1, std::uint32_t, RegisterNotification,                                                        \
+              const TulString<512>&, const TulString<512>&, Severity, const TulString<512>&)                 \
+    Operation(2, void, UnregisterNotification, std::uint32_t)                                                \
+    Operation(3, std::uint64_t, SendNotification,                                                            \
+              std::uint32_t, DateTime, const std::vector<TulVariant<512>>&)                                  \
+    Operation(4, TulString<512>, GetNotificationName, std::uint32_t)                                         \
+    Operation(5, std::uint32_t, GetNotificationNameId, const TulString<512>&)                                \
+    Operation(6, std::vector<std::uint32_t>, GetNotificationNameIdsByStatus, NotificationRegistrationStatus) \
+    Operation(7, std::vector<std::uint32_t>, GetAllKnownNotificationNameIds)                                 \
+    Operation(8, NotificationRegistrationInfo, GetNotificationRegistration, std::uint32_t)                   \
+    Operation(9, std::uint16_t, GetPayloadTypeId, const TulString<512>&)                                     \
+    Operation(10, TulString<512>, GetPayloadTypeName, std::uint16_t)                                         \
+    Operation(11, std::uint64_t, GetNumberOfSubmittedNotifications)
+// clang-format on
 
 /// The only guarded service: every call passes the security stub.
 struct NotificationManagerServiceDescription : ServiceDescription<INotificationManagerService>

@@ -187,6 +187,11 @@ TEST_F(KivNmToolsTest, AnotherUserIsRefusedUnderTheDefaultPolicyAndServedUnderOn
     const std::string served = Tool({"send", "A.B", "from another user"}, true);
     EXPECT_EQ(exitCode, 0) << served;
     EXPECT_EQ(Tool({"stats"}, true), "submitted notifications: 1\n");
+    // Root's kivnm asks the system's own information service once; the other user, whom only the public
+    // service admits, gets the same list by asking id after id.
+    const std::string types = Tool({"types"});
+    EXPECT_THAT(types, HasSubstr("Kiv::System::Nm::StringPayload"));
+    EXPECT_EQ(Tool({"types"}, true), types);
     EXPECT_EQ(ExitCode(granting.Stop(SIGINT)), 0);
 }
 

@@ -12,7 +12,9 @@
 #include <Nm/NotificationManager.h>
 #include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/Services/INotificationManagerService.h>
+#include <Nm/Services/Internal/INotificationManagerInfoService.h>
 #include <Nm/Services/Internal/ISubscriptionStateService.h>
+#include <Nm/Services/Internal/NotificationManagerInfoServiceProxyFactory.h>
 #include <Nm/Services/Internal/SubscriptionStateServiceProxyFactory.h>
 #include <Nm/Services/NotificationManagerServiceProxyFactory.h>
 #include <Nm/Services/ServiceFetch.h>
@@ -218,24 +220,50 @@ private:
     int Types(const std::vector<std::string>&)
     {
         Connect();
-        // Ids are handed out from 1 without gaps; the first that the broker doesn't know ends the list.
         Json list = Json::array();
         std::ostringstream text;
+        std::uint32_t id = 0;
+        for (const std::string& name : PayloadTypeNames())
+        {
+            list.push_back(Json{{"id", ++id}, {"name", name}});
+            text << (id > 1 ? "\n" : "") << std::left << std::setw(6) << id << name;
+        }
+        return Print(list, text.str());
+    }
+
+    /// The names by ascending id: in one question to the system's own information service, or, for a user
+    /// whom only the public service admits, one question per id up to the first the broker doesn't know
+    /// (ids are handed out from 1 without gaps).
+    std::vector<std::string> PayloadTypeNames() const
+    {
+        std::vector<std::string> names;
+        try
+        {
+            const auto info =
+                Services::FetchService<Services::Internal::INotificationManagerInfoService,
+                                       Services::Internal::NotificationManagerInfoServiceProxyFactory>();
+            for (const auto& name : info->GetPayloadTypeNames())
+            {
+                names.emplace_back(name.GetChars());
+            }
+            return names;
+        }
+        catch (const Kiv::UnauthorizedAccessException&)
+        {
+        }
         for (std::uint32_t id = 1; id <= 0xFFFF; ++id)
         {
-            std::string name;
             try
             {
-                name = service->GetPayloadTypeName(static_cast<std::uint16_t>(id)).ToString().c_str();
+                names.emplace_back(
+                    service->GetPayloadTypeName(static_cast<std::uint16_t>(id)).ToString().c_str());
             }
             catch (const Kiv::ArgumentException&)
             {
                 break;
             }
-            list.push_back(Json{{"id", id}, {"name", name}});
-            text << (id > 1 ? "\n" : "") << std::left << std::setw(6) << id << name;
         }
-        return Print(list, text.str());
+        return names;
     }
 
     int Stats(const std::vector<std::string>&)

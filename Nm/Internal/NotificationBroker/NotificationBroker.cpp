@@ -190,6 +190,12 @@ String NotificationBroker::GetPayloadTypeName(const PayloadTypeId& payloadTypeId
     return payloadTypes.GetPayloadTypeName(payloadTypeId);
 }
 
+std::vector<String> NotificationBroker::GetPayloadTypeNames() const
+{
+    LazyInitialization();
+    return payloadTypes.GetPayloadTypeNames();
+}
+
 std::uint64_t NotificationBroker::GetNumberOfSubmittedNotifications() const
 {
     LazyInitialization();

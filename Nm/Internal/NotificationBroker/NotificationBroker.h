@@ -65,6 +65,8 @@ public:
         NotificationNameId notificationNameId) const override;
     PayloadTypeId GetPayloadTypeId(const String& payloadTypeName) override;
     String GetPayloadTypeName(const PayloadTypeId& payloadTypeId) const override;
+    /// All payload types at once, by ascending id, for tools that list them.
+    std::vector<String> GetPayloadTypeNames() const;
     std::uint64_t GetNumberOfSubmittedNotifications() const override;
 
     NotificationDispatcherId RegisterDispatcher(const String& dispatcherName) override;

@@ -32,6 +32,17 @@ String PayloadTypeRepository::GetPayloadTypeName(const PayloadTypeId& payloadTyp
     return row->first;
 }
 
+std::vector<String> PayloadTypeRepository::GetPayloadTypeNames() const
+{
+    Mutex::ScopedLock lock(mutex);
+    std::vector<String> names(table.size());
+    for (const auto& [name, id] : table)
+    {
+        names.at(id.GetValue() - 1) = name;
+    }
+    return names;
+}
+
 bool PayloadTypeRepository::Contains(const PayloadTypeId& payloadTypeId) const
 {
     ThrowIfPayloadTypeIdIsInvalid(payloadTypeId);

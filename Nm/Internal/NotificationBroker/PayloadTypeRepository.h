@@ -9,6 +9,7 @@
 #include <Kiv/Threading/Mutex.h>
 
 #include <map>
+#include <vector>
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
@@ -22,6 +23,8 @@ public:
     PayloadTypeId GetPayloadTypeId(const String& payloadTypeName);
     String GetPayloadTypeName(const PayloadTypeId& payloadTypeId) const;
     bool Contains(const PayloadTypeId& payloadTypeId) const;
+    /// The names of all payload types, the one of id 1 first: ids are handed out without gaps.
+    std::vector<String> GetPayloadTypeNames() const;
 
 private:
     using Table = std::map<String, PayloadTypeId>;

@@ -31,12 +31,14 @@ public:
 };
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface.
-#define KIV_NM_NOTIFICATION_DISPATCHER_MANAGER_SERVICE_OPERATIONS(Operation)                     \
-    Operation(1, std::uint16_t, RegisterDispatcher, const TulString<512>&)                       \
-        Operation(2, void, UnregisterDispatcher, std::uint16_t)                                  \
-            Operation(3, void, RegisterNotificationDispatch, std::uint32_t, std::uint16_t)       \
-                Operation(4, void, UnregisterNotificationDispatch, std::uint32_t, std::uint16_t) \
-                    Operation(5, bool, ContainsNotificationDispatch, std::uint32_t, std::uint16_t)
+// clang-format off
+#define KIV_NM_NOTIFICATION_DISPATCHER_MANAGER_SERVICE_OPERATIONS(Operation)         \
+    Operation(1, std::uint16_t, RegisterDispatcher, const TulString<512>&)           \
+    Operation(2, void, UnregisterDispatcher, std::uint16_t)                          \
+    Operation(3, void, RegisterNotificationDispatch, std::uint32_t, std::uint16_t)   \
+    Operation(4, void, UnregisterNotificationDispatch, std::uint32_t, std::uint16_t) \
+    Operation(5, bool, ContainsNotificationDispatch, std::uint32_t, std::uint16_t)
+// clang-format on
 
 struct NotificationDispatcherManagerServiceDescription
     : ServiceDescription<INotificationDispatcherManagerService>

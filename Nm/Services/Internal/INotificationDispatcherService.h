@@ -25,8 +25,10 @@ public:
 };
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface.
-#define KIV_NM_NOTIFICATION_DISPATCHER_SERVICE_OPERATIONS(Operation) \
+// clang-format off
+#define KIV_NM_NOTIFICATION_DISPATCHER_SERVICE_OPERATIONS(Operation)                     \
     Operation(1, void, Dispatch, const Notification&, const std::vector<std::uint32_t>&)
+// clang-format on
 
 /// Published by each process under its own name; the provider name here is never used.
 struct NotificationDispatcherServiceDescription : ServiceDescription<INotificationDispatcherService>

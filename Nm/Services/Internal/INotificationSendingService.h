@@ -33,11 +33,14 @@ public:
 };
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface.
-#define KIV_NM_NOTIFICATION_SENDING_SERVICE_OPERATIONS(Operation)                                   \
-    Operation(1, std::uint32_t, RegisterNotification, const TulString<512>&, const TulString<512>&, \
-              Severity, std::uint16_t) Operation(2, void, UnregisterNotification, std::uint32_t)    \
-        Operation(3, std::uint64_t, SendNotification, std::uint32_t, DateTime,                      \
-                  const std::vector<TulVariant<512>>&)
+// clang-format off
+#define KIV_NM_NOTIFICATION_SENDING_SERVICE_OPERATIONS(Operation)                    \
+    Operation(1, std::uint32_t, RegisterNotification,                                \
+              const TulString<512>&, const TulString<512>&, Severity, std::uint16_t) \
+    Operation(2, void, UnregisterNotification, std::uint32_t)                        \
+    Operation(3, std::uint64_t, SendNotification,                                    \
+              std::uint32_t, DateTime, const std::vector<TulVariant<512>>&)
+// clang-format on
 
 struct NotificationSendingServiceDescription : ServiceDescription<INotificationSendingService>
 {

@@ -22,8 +22,12 @@ public:
 };
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface.
+// clang-format off
 #define KIV_NM_SUBSCRIPTION_STATE_SERVICE_OPERATIONS(Operation) \
-    Operation(1, bool, IsChecked) Operation(2, void, SetStateChecked) Operation(3, void, SetStateRelaxed)
+    Operation(1, bool, IsChecked)                               \
+    Operation(2, void, SetStateChecked)                         \
+    Operation(3, void, SetStateRelaxed)
+// clang-format on
 
 struct SubscriptionStateServiceDescription : ServiceDescription<ISubscriptionStateService>
 {

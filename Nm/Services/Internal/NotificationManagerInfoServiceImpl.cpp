@@ -46,4 +46,16 @@ std::uint64_t NotificationManagerInfoServiceImpl::GetNumberOfSubmittedNotificati
 {
     return Broker().GetNumberOfSubmittedNotifications();
 }
+
+std::vector<TulVariant<512>> NotificationManagerInfoServiceImpl::GetPayloadTypeNames()
+{
+    const std::vector<String> names = Broker().GetPayloadTypeNames();
+    std::vector<TulVariant<512>> values;
+    values.reserve(names.size());
+    for (const String& name : names)
+    {
+        values.emplace_back(name.c_str());
+    }
+    return values;
+}
 }  // namespace Kiv::System::Nm::Services::Internal

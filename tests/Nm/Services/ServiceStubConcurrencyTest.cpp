@@ -69,7 +69,7 @@ TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterfaceAndThePublicO
 {
     const std::tuple<const char*, Tul::ITulServiceFactory*, int> services[] = {
         {"Kiv", &Nm::Services::Internal::NotificationSendingServiceFactory::GetInstance(), 3},
-        {"Kiv", &Nm::Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), 8},
+        {"Kiv", &Nm::Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), 9},
         {"Kiv", &Nm::Services::Internal::NotificationDispatcherManagerServiceFactory::GetInstance(), 5},
         {"Kiv", &Nm::Services::Internal::SubscriptionStateServiceFactory::GetInstance(), 3},
         {"Kiv", &Nm::Services::NotificationManagerServiceFactory::GetInstance(), 11},

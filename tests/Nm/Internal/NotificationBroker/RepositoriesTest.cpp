@@ -131,6 +131,12 @@ TEST(PayloadTypeRepositoryTest, AskingIsRegisteringUntilTheIdsRunOut)
     }
     EXPECT_EQ(types.GetPayloadTypeId("T1"), PayloadTypeId(1));
     EXPECT_EQ(types.GetPayloadTypeName(PayloadTypeId(2)), "T2");
+    // All at once, by id and not in the table's order of names.
+    const std::vector<Kiv::String> names = types.GetPayloadTypeNames();
+    ASSERT_EQ(names.size(), 65535u);
+    EXPECT_EQ(names[1], "T2");
+    EXPECT_EQ(names[9], "T10");
+    EXPECT_EQ(names[65534], "T65535");
     // Once wrapped, the generator stays at the invalid id.
     EXPECT_EQ(types.GetPayloadTypeId("OneTooMany"), PayloadTypeId(0));
     EXPECT_EQ(types.GetPayloadTypeId("TwoTooMany"), PayloadTypeId(0));

@@ -86,11 +86,16 @@ struct EchoCodec
     }
 };
 
-#define ECHO_OPERATIONS(Operation)                                                                           \
-    Operation(1, String, Echo, const String&) Operation(2, std::uint32_t, Add, std::uint32_t, std::uint32_t) \
-        Operation(3, void, Throw, const String&, const String&) Operation(4, void, Sleep, std::uint32_t)     \
-            Operation(5, String, CallBack, const String&, const String&)                                     \
-                Operation(6, String, Fill, std::uint32_t) Operation(7, String, Identify)
+// clang-format off
+#define ECHO_OPERATIONS(Operation)                                 \
+    Operation(1, String, Echo, const String&)                      \
+    Operation(2, std::uint32_t, Add, std::uint32_t, std::uint32_t) \
+    Operation(3, void, Throw, const String&, const String&)        \
+    Operation(4, void, Sleep, std::uint32_t)                       \
+    Operation(5, String, CallBack, const String&, const String&)   \
+    Operation(6, String, Fill, std::uint32_t)                      \
+    Operation(7, String, Identify)
+// clang-format on
 
 struct EchoDescription
 {
