@@ -34,6 +34,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <Common/SystemMembership.h>
 #include <Support/CountingAllocator.h>
 #include "ProcessCounters.h"
 
@@ -380,7 +381,8 @@ private:
     bool ended = false;
 };
 
-void Configure(const Options& o)
+/// This process in the benchmark's system, until the returned membership goes.
+std::unique_ptr<KivTools::SystemMembership> Join(const Options& o)
 {
     LogManager::SetDefaultLogLevel(LogLevel::Warning);
     TulSettings settings;
@@ -389,23 +391,9 @@ void Configure(const Options& o)
     settings.connectWait = std::chrono::seconds(10);
     settings.callTimeLimit = std::chrono::seconds(30);
     ServiceManager::Configure(settings);
-    AppDomain::Create(o.name.c_str());
-    const Kiv::String settingsPath = (o.dir + "/settings.xml").c_str();
-    if (o.broker)
-    {
-        NotificationManagerSetup::SetupWithNotificationBroker(settingsPath);
-    }
-    else
-    {
-        NotificationManagerSetup::SetupWithoutNotificationBroker(settingsPath);
-    }
-}
-
-void TearDown()
-{
-    NotificationManagerSetup::Dispose();
-    AppDomain::Dispose();
-    ServiceManager::Shutdown();
+    auto membership = std::make_unique<KivTools::SystemMembership>(o.name);
+    membership->Join(o.broker, Kiv::String((o.dir + "/settings.xml").c_str()));
+    return membership;
 }
 
 /// What a process spent in each measured phase: [0] the paced phase after the warm-up, [1] the unpaced
@@ -653,7 +641,7 @@ void RunProcess(const Options& o, const SyscallCounter& syscalls)
     {
         pipes.setup.Wait(1);
     }
-    Configure(o);
+    auto membership = Join(o);
     if (o.broker)
     {
         pipes.setup.Signal(o.remoteProcesses);
@@ -718,7 +706,7 @@ void RunProcess(const Options& o, const SyscallCounter& syscalls)
             pipes.done.Wait(o.remoteProcesses);
         }
     }
-    TearDown();
+    membership.reset();
     if (!o.broker && !o.bridged)
     {
         pipes.done.Signal();
@@ -736,7 +724,7 @@ std::vector<TulVariant<512>> MakePayload(NonBlockingNotificationSendingAdapter::
 
 void RunNonBlocking(const Options& o)
 {
-    Configure(o);
+    auto membership = Join(o);
     {
         auto& manager = NotificationManager::GetInstance();
         const NotificationRegistration<StringPayload> registration(Name, "Bench", Severity::Info, manager);
@@ -809,7 +797,7 @@ void RunNonBlocking(const Options& o)
             << figures.p99 << ' ' << figures.p999 << ' ' << refused << ' '
             << static_cast<double>(counted) / static_cast<double>(o.calls) << '\n';
     }
-    TearDown();
+    membership.reset();
 }
 
 // ---------------------------------------------------------------------------------------------------------
