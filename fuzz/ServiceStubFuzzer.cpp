@@ -39,6 +39,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -87,12 +88,18 @@ public:
         // Inputs send without end; a broker that never delivered would never let its full queue go.
         Nm::Internal::NotificationManagerSetup::StartDispatching();
 
-        Add(Services::Internal::NotificationSendingServiceFactory::GetInstance(), "Kiv", 3);
-        Add(Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), "Kiv", 8);
-        Add(Services::Internal::NotificationDispatcherManagerServiceFactory::GetInstance(), "Kiv", 5);
-        Add(Services::Internal::SubscriptionStateServiceFactory::GetInstance(), "Kiv", 3);
-        Add(Services::NotificationManagerServiceFactory::GetInstance(), "Kiv", 11);
-        Add(Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), "Fuzz", 1);
+        Add<Services::Internal::INotificationSendingService>(
+            Services::Internal::NotificationSendingServiceFactory::GetInstance(), "Kiv");
+        Add<Services::Internal::INotificationManagerInfoService>(
+            Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), "Kiv");
+        Add<Services::Internal::INotificationDispatcherManagerService>(
+            Services::Internal::NotificationDispatcherManagerServiceFactory::GetInstance(), "Kiv");
+        Add<Services::Internal::ISubscriptionStateService>(
+            Services::Internal::SubscriptionStateServiceFactory::GetInstance(), "Kiv");
+        Add<Services::INotificationManagerService>(Services::NotificationManagerServiceFactory::GetInstance(),
+                                                   "Kiv");
+        Add<Services::Internal::INotificationDispatcherService>(
+            Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), "Fuzz");
     }
     ~Broker()
     {
@@ -122,11 +129,13 @@ public:
 private:
     static constexpr std::size_t count = 6;
 
-    void Add(Tul::ITulServiceFactory& factory, const char* provider, int lastMethodId)
+    /// The ids 1 to the number of operations that the service's description lists are known.
+    template <class TService>
+    void Add(Tul::ITulServiceFactory& factory, const char* provider)
     {
         stubs[added++] =
             Stub{std::unique_ptr<Tul::ITulServiceStub>(factory.CreateServiceStub(provider, &policy)),
-                 lastMethodId};
+                 static_cast<int>(std::size(TService::Description::operations))};
     }
 
     std::string directory;
