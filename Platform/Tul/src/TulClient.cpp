@@ -129,6 +129,7 @@ void TulClient::Impl::Close(const String& reason) noexcept
         CloseSocket();
         spareWriter = RemotingWriter();
         spareBody = std::vector<std::uint8_t>();
+        reader = Internal::FrameReader();
     }
 }
 
@@ -172,7 +173,7 @@ void TulClient::Impl::Send(FrameKind kind, std::uint16_t providerHandle, std::ui
 FrameHeader TulClient::Impl::Receive(std::vector<std::uint8_t>& body)
 {
     FrameHeader header;
-    IoResult received = ReceiveHeader(fd, header, deadline);
+    IoResult received = reader.ReceiveHeader(fd, header, deadline);
     if (received == IoResult::Ok && header.kind != FrameKind::Response)
     {
         received = IoResult::Malformed;
@@ -181,11 +182,11 @@ FrameHeader TulClient::Impl::Receive(std::vector<std::uint8_t>& body)
     if (tooLarge)
     {
         // Read past it, so that the connection stays in step.
-        received = DiscardBytes(fd, header.GetBodySize(), deadline);
+        received = reader.DiscardBytes(fd, header.GetBodySize(), deadline);
     }
     else if (received == IoResult::Ok)
     {
-        received = ReceiveBody(fd, body, header.GetBodySize(), deadline);
+        received = reader.ReceiveBody(fd, body, header.GetBodySize(), deadline);
     }
     if (received != IoResult::Ok)
     {

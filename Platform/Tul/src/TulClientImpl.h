@@ -63,6 +63,8 @@ private:
     /// The buffers between two transactions: a transaction takes them and gives them back.
     RemotingWriter spareWriter;
     std::vector<std::uint8_t> spareBody;
+    /// The connection's received bytes not yet taken; the holder's.
+    Internal::FrameReader reader;
     /// Of the holder's call.
     Internal::Clock::time_point deadline{};
     mutable std::mutex stateMutex;

@@ -420,24 +420,25 @@ String TulServer::ServeRequests(Connection& connection)
     const auto limit = String::Format("{0} ms", settings.callTimeLimit.count());
     RemotingWriter writer;
     std::vector<std::uint8_t> body;
+    FrameReader reader;
     Stubs stubs;
     for (;;)
     {
         // An idle connection may wait for its next request as long as it likes. Once a frame has begun,
         // the whole of it must arrive within the call time limit, and its response must be taken within
         // that limit too, so that a peer can't hold this thread with half a frame or an unread response.
-        if (const IoResult waited = WaitForData(connection.fd, NoDeadline); waited != IoResult::Ok)
+        if (const IoResult waited = reader.WaitForData(connection.fd, NoDeadline); waited != IoResult::Ok)
         {
             return waited == IoResult::Closed ? String() : DescribeFailure(waited, "waiting for a request");
         }
         const auto deadline = Clock::now() + settings.callTimeLimit;
         FrameHeader header;
-        IoResult received = ReceiveHeader(connection.fd, header, deadline);
+        IoResult received = reader.ReceiveHeader(connection.fd, header, deadline);
         writer.Reset();
         if (received == IoResult::Ok && header.frameSize > settings.maxFrameSize)
         {
             // Read past it, so that the connection stays in step with a peer that allows larger frames.
-            received = DiscardBytes(connection.fd, header.GetBodySize(), deadline);
+            received = reader.DiscardBytes(connection.fd, header.GetBodySize(), deadline);
             WriteFailure(
                 writer,
                 std::make_exception_ptr(CommunicationException(
@@ -461,13 +462,13 @@ String TulServer::ServeRequests(Connection& connection)
                     !MayInvoke(registry, *publication, header, connection.caller, writer))
                 {
                     // Refused by the header: the body is read past, never kept, and the refusal answers.
-                    received = DiscardBytes(connection.fd, header.GetBodySize(), deadline);
+                    received = reader.DiscardBytes(connection.fd, header.GetBodySize(), deadline);
                     refused = true;
                 }
             }
             if (!refused)
             {
-                received = ReceiveBody(connection.fd, body, header.GetBodySize(), deadline);
+                received = reader.ReceiveBody(connection.fd, body, header.GetBodySize(), deadline);
                 if (received == IoResult::Ok)
                 {
                     Handle(registry, connection.providerName, connection.caller, header, publication, body,

@@ -284,14 +284,18 @@ IoResult SendFrame(int fd, FrameHeader header, const void* body, std::size_t bod
     message.msg_iovlen = bodySize == 0 ? 1 : 2;
     while (message.msg_iovlen > 0)
     {
-        if (const IoResult waited = WaitFor(fd, POLLOUT, deadline); waited != IoResult::Ok)
-        {
-            return waited;
-        }
         const ssize_t sent = sendmsg(fd, &message, sendFlags);
         if (sent < 0)
         {
-            if (errno == EAGAIN || errno == EINTR)
+            if (errno == EAGAIN)
+            {
+                if (const IoResult waited = WaitFor(fd, POLLOUT, deadline); waited != IoResult::Ok)
+                {
+                    return waited;
+                }
+                continue;
+            }
+            if (errno == EINTR)
             {
                 continue;
             }
@@ -314,66 +318,73 @@ IoResult SendFrame(int fd, FrameHeader header, const void* body, std::size_t bod
     return IoResult::Ok;
 }
 
-IoResult ReceiveBytes(int fd, void* data, std::size_t size, Clock::time_point deadline)
-{
-    auto* out = static_cast<std::uint8_t*>(data);
-    while (size > 0)
-    {
-        if (const IoResult waited = WaitFor(fd, POLLIN, deadline); waited != IoResult::Ok)
-        {
-            return waited;
-        }
-        const ssize_t received = recv(fd, out, size, MSG_DONTWAIT);
-        if (received == 0)
-        {
-            return IoResult::Closed;
-        }
-        if (received < 0)
-        {
-            if (errno == EAGAIN || errno == EINTR)
-            {
-                continue;
-            }
-            return TransferFailure();
-        }
-        out += received;
-        size -= static_cast<std::size_t>(received);
-    }
-    return IoResult::Ok;
-}
-
-IoResult WaitForData(int fd, Clock::time_point deadline)
+IoResult FrameReader::ReceiveSome(int fd, std::uint8_t* data, std::size_t size, std::size_t& received,
+                                  Clock::time_point deadline)
 {
     for (;;)
     {
-        if (const IoResult waited = WaitFor(fd, POLLIN, deadline); waited != IoResult::Ok)
+        if (waited)
         {
-            return waited;
+            if (const IoResult result = WaitFor(fd, POLLIN, deadline); result != IoResult::Ok)
+            {
+                return result;
+            }
         }
-        std::uint8_t byte = 0;
-        const ssize_t peeked = recv(fd, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
-        if (peeked > 0)
+        const ssize_t count = recv(fd, data, size, MSG_DONTWAIT);
+        if (count > 0)
         {
+            received = static_cast<std::size_t>(count);
             return IoResult::Ok;
         }
-        if (peeked == 0)
+        if (count == 0)
         {
             return IoResult::Closed;
         }
-        if (errno != EAGAIN && errno != EINTR)
+        if (errno == EAGAIN)
+        {
+            waited = true;
+        }
+        else if (errno != EINTR)
         {
             return TransferFailure();
         }
     }
 }
 
-IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline)
+IoResult FrameReader::Fill(int fd, Clock::time_point deadline)
 {
-    std::uint8_t head[FrameHeader::Size];
-    if (const IoResult received = ReceiveBytes(fd, head, sizeof head, deadline); received != IoResult::Ok)
+    if (buffer == nullptr)
     {
-        return received;
+        buffer.reset(new std::uint8_t[capacity]);
     }
+    if (begin > 0)
+    {
+        std::memmove(buffer.get(), buffer.get() + begin, Buffered());
+        end -= begin;
+        begin = 0;
+    }
+    std::size_t received = 0;
+    const IoResult result = ReceiveSome(fd, buffer.get() + end, capacity - end, received, deadline);
+    end += received;
+    return result;
+}
+
+IoResult FrameReader::WaitForData(int fd, Clock::time_point deadline)
+{
+    return Buffered() > 0 ? IoResult::Ok : Fill(fd, deadline);
+}
+
+IoResult FrameReader::ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline)
+{
+    while (Buffered() < FrameHeader::Size)
+    {
+        if (const IoResult received = Fill(fd, deadline); received != IoResult::Ok)
+        {
+            return received;
+        }
+    }
+    const std::uint8_t* head = buffer.get() + begin;
+    begin += FrameHeader::Size;
     std::memcpy(&header.frameSize, head, sizeof header.frameSize);
     header.kind = static_cast<FrameKind>(head[4]);
     header.providerHandle = Get16(head + 6);
@@ -385,35 +396,63 @@ IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline)
                                                                               : IoResult::Malformed;
 }
 
-IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline)
+IoResult FrameReader::DiscardBytes(int fd, std::size_t size, Clock::time_point deadline)
 {
-    std::uint8_t sink[4096];
     while (size > 0)
     {
-        const std::size_t chunk = std::min(size, sizeof sink);
-        if (const IoResult received = ReceiveBytes(fd, sink, chunk, deadline); received != IoResult::Ok)
+        if (Buffered() == 0)
         {
-            return received;
+            if (const IoResult received = Fill(fd, deadline); received != IoResult::Ok)
+            {
+                return received;
+            }
         }
-        size -= chunk;
+        const std::size_t taken = std::min(size, Buffered());
+        begin += taken;
+        size -= taken;
     }
+    // The next frame has begun to arrive already: the peer is ahead, so try a receive before a poll.
+    waited = waited && Buffered() == 0;
     return IoResult::Ok;
 }
 
-IoResult ReceiveBody(int fd, std::vector<std::uint8_t>& body, std::size_t size, Clock::time_point deadline)
+IoResult FrameReader::ReceiveBody(int fd, std::vector<std::uint8_t>& body, std::size_t size,
+                                  Clock::time_point deadline)
 {
     constexpr std::size_t step = 64 * 1024;
     body.clear();
     while (body.size() < size)
     {
         const std::size_t have = body.size();
-        body.resize(have + std::min(step, size - have));
-        if (const IoResult received = ReceiveBytes(fd, body.data() + have, body.size() - have, deadline);
-            received != IoResult::Ok)
+        const std::size_t wanted = size - have;
+        if (Buffered() > 0)
         {
-            return received;
+            const std::size_t taken = std::min(wanted, Buffered());
+            body.insert(body.end(), buffer.get() + begin, buffer.get() + begin + taken);
+            begin += taken;
+        }
+        else if (wanted < capacity)
+        {
+            if (const IoResult received = Fill(fd, deadline); received != IoResult::Ok)
+            {
+                return received;
+            }
+        }
+        else
+        {
+            // Straight into the body, which never grows by more than a step ahead of what arrived.
+            body.resize(have + std::min(step, wanted));
+            std::size_t received = 0;
+            const IoResult result =
+                ReceiveSome(fd, body.data() + have, body.size() - have, received, deadline);
+            body.resize(have + received);
+            if (result != IoResult::Ok)
+            {
+                return result;
+            }
         }
     }
+    waited = waited && Buffered() == 0;
     return IoResult::Ok;
 }
 

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace Kiv::System::Tul::Internal
@@ -59,18 +60,45 @@ enum class IoResult
 String DescribeFailure(IoResult result, const char* operation);
 
 /// All I/O waits with poll until `deadline` (NoDeadline: for ever) and never blocks otherwise, so that
-/// shutdown(2) of the socket by another thread ends it at once.
+/// shutdown(2) of the socket by another thread ends it at once. A frame goes out in one sendmsg when the
+/// socket takes it; poll only when it would block.
 IoResult SendFrame(int fd, FrameHeader header, const void* body, std::size_t bodySize,
                    Clock::time_point deadline);
-/// Waits until a byte can be read, and reads none: Closed when the peer closed the connection.
-IoResult WaitForData(int fd, Clock::time_point deadline);
-IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline);
-IoResult ReceiveBytes(int fd, void* data, std::size_t size, Clock::time_point deadline);
-IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline);
 
-/// Receives a body of `size` bytes into `body`, which grows with the bytes that arrive rather than with
-/// the announced size, so that a peer can't make this process allocate what it never sends.
-IoResult ReceiveBody(int fd, std::vector<std::uint8_t>& body, std::size_t size, Clock::time_point deadline);
+/// The receiving side of one connection. A receive takes all that has arrived, up to the buffer, so that a
+/// small frame costs one recv, and bytes of the next frame wait here for the next read. It polls only when
+/// nothing has arrived (or, after a read that had to wait, first, since the next would most likely wait
+/// too). One thread at a time; the descriptor is the caller's.
+class FrameReader
+{
+public:
+    /// Waits until a byte is here: Closed when the peer closed the connection.
+    IoResult WaitForData(int fd, Clock::time_point deadline);
+    IoResult ReceiveHeader(int fd, FrameHeader& header, Clock::time_point deadline);
+    /// Receives a body of `size` bytes into `body`, which grows with the bytes that arrive (64 KiB at a
+    /// time at most) rather than with the announced size, so that a peer can't make this process allocate
+    /// what it never sends.
+    IoResult ReceiveBody(int fd, std::vector<std::uint8_t>& body, std::size_t size,
+                         Clock::time_point deadline);
+    IoResult DiscardBytes(int fd, std::size_t size, Clock::time_point deadline);
+
+private:
+    /// Small frames, the usual ones, fit whole; a larger body goes straight into its vector.
+    static constexpr std::size_t capacity = 16 * 1024;
+
+    /// Receives at least one byte into the buffer, which has none unread.
+    IoResult Fill(int fd, Clock::time_point deadline);
+    /// Receives at least one and at most `size` bytes into `data`; `received` tells how many.
+    IoResult ReceiveSome(int fd, std::uint8_t* data, std::size_t size, std::size_t& received,
+                         Clock::time_point deadline);
+    std::size_t Buffered() const noexcept { return end - begin; }
+
+    std::unique_ptr<std::uint8_t[]> buffer;  // made on the first read
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    /// Whether the last receive found nothing and had to wait.
+    bool waited = false;
+};
 
 /// The endpoint of `providerName` in the system of `settings` (see TulSettings::endpointDirectory).
 String GetEndpointPath(const TulSettings& settings, const String& providerName);

@@ -116,3 +116,38 @@ TEST_F(TulRogueClientMultiProcessTest, FrameViolationsAreClosedWithAWarningWhile
     EXPECT_EQ(Closures().size(), rogues.size());
     EXPECT_TRUE(WaitFor([&] { return HostThreads() == threads; }));  // each closed connection's has gone
 }
+
+TEST_F(TulRogueClientMultiProcessTest, RequestsArrivingTogetherAreEachServedWholeAndInOrder)
+{
+    const auto request = [](const std::string& text)
+    { return Frame(invoke, 1, 1, 1, Body([&](RemotingWriter& w) { Echo::Put(w, text); })); };
+    const std::string large(100'000, 'y');  // beyond what a receive takes at once
+    struct Case
+    {
+        const char* what;
+        std::vector<std::string> texts;
+    };
+    const std::vector<Case> cases = {
+        {"three in one write", {"one", "two", "three"}},
+        {"a large one and a small one in one write", {large, "after"}},
+    };
+    for (const Case& test : cases)
+    {
+        SCOPED_TRACE(test.what);
+        Bytes frames;
+        for (const std::string& text : test.texts)
+        {
+            const Bytes frame = request(text);
+            frames.insert(frames.end(), frame.begin(), frame.end());
+        }
+        RawConnection connection(GetEndpoint("B"));
+        connection.Send(frames);
+        for (const std::string& text : test.texts)
+        {
+            const Bytes body = connection.Call({});
+            ASSERT_GE(body.size(), text.size());
+            EXPECT_TRUE(std::equal(text.rbegin(), text.rend(), body.rbegin())) << text.substr(0, 10);
+        }
+    }
+    EXPECT_TRUE(Closures().empty());
+}
