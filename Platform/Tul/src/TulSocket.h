@@ -86,7 +86,8 @@ private:
     /// Small frames, the usual ones, fit whole; a larger body goes straight into its vector.
     static constexpr std::size_t capacity = 16 * 1024;
 
-    /// Receives at least one byte into the buffer, which has none unread.
+    /// Receives at least one more byte into the buffer, after moving what is unread (less than a header)
+    /// to its front.
     IoResult Fill(int fd, Clock::time_point deadline);
     /// Receives at least one and at most `size` bytes into `data`; `received` tells how many.
     IoResult ReceiveSome(int fd, std::uint8_t* data, std::size_t size, std::size_t& received,
@@ -96,7 +97,8 @@ private:
     std::unique_ptr<std::uint8_t[]> buffer;  // made on the first read
     std::size_t begin = 0;
     std::size_t end = 0;
-    /// Whether the last receive found nothing and had to wait.
+    /// Whether a receive found nothing and had to wait, since the last frame that ended with bytes of the
+    /// next one here already: then a poll goes first.
     bool waited = false;
 };
 
