@@ -22,7 +22,9 @@ PayloadTypeId SpecializedPayload<T>::GetPayloadTypeId()
 template <class T>
 String SpecializedPayload<T>::GetPayloadTypeName()
 {
-    return TypeName<T>().GetName();
+    // Demangled once per process: every payload built on a send asks for it.
+    static const String name = TypeName<T>().GetName();
+    return name;
 }
 
 template <class T>
