@@ -48,20 +48,15 @@ int main(int argc, char** argv)
         while (signal != SIGINT && signal != SIGTERM)
         {
             signal = KivTools::WaitForSignal(signals, std::chrono::milliseconds(1000));
-            // Deliveries just stop when the broker goes; asking now and then is how a receiver knows.
-            const std::string gone = signal == 0 ? KivTools::BrokerGone() : std::string();
-            if (!gone.empty())
+            if (signal == 0)
             {
-                std::cerr << "demo-monitor: the notification broker is gone: " << gone << std::endl;
-                result = 1;
-                break;
+                KivTools::AskBroker();
             }
         }
     }
     catch (const Kiv::Exception& e)
     {
-        std::cerr << "demo-monitor: " << e.GetMessage() << std::endl;
-        result = 1;
+        result = KivTools::ReportFailure("demo-monitor", e);
     }
     return result;
 }

@@ -89,15 +89,9 @@ int main(int argc, char** argv)
             }
         }
     }
-    catch (const Kiv::CommunicationException& e)
-    {
-        std::cerr << "demo-sensor: the notification broker is gone: " << e.GetMessage() << std::endl;
-        result = 1;
-    }
     catch (const Kiv::Exception& e)
     {
-        std::cerr << "demo-sensor: " << e.GetMessage() << std::endl;
-        result = 1;
+        result = KivTools::ReportFailure("demo-sensor", e);
     }
 
     membership.reset();  // leaves the system

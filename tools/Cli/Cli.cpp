@@ -3,6 +3,7 @@
 // process of its own and prints what arrives. Human-readable output by default, --json for scripts;
 // errors go to stderr with the system's message, and the exit code is not 0.
 
+#include "Common/Component.h"
 #include "Common/ProcessOptions.h"
 #include "Common/SystemMembership.h"
 
@@ -455,22 +456,15 @@ int Cli::Watch(const std::vector<std::string>& names)
             while (signal != SIGINT && signal != SIGTERM)
             {
                 signal = KivTools::WaitForSignal(signals, std::chrono::milliseconds(1000));
-                // Deliveries just stop when the broker goes; asking now and then is how a watcher knows.
                 if (signal == 0)
                 {
-                    NotificationManager::GetInstance().GetNumberOfSubmittedNotifications();
+                    KivTools::AskBroker();
                 }
             }
         }
-        catch (const Kiv::CommunicationException& e)
-        {
-            std::cerr << "kivnm: the notification broker is gone: " << e.GetMessage() << std::endl;
-            result = 1;
-        }
         catch (const Kiv::Exception& e)
         {
-            std::cerr << "kivnm: " << e.GetMessage() << std::endl;
-            result = 1;
+            result = KivTools::ReportFailure("kivnm", e);
         }
     }
     return result;

@@ -59,18 +59,21 @@ inline bool ParseOptions(int argc, char** argv, SystemOptions& system,
     }
 }
 
-/// Empty while the broker answers, else why not: a process that only receives learns so only by asking.
-inline std::string BrokerGone()
+/// Raises CommunicationException once the broker has gone: deliveries just stop then, so a process that
+/// only receives learns so only by asking now and then.
+inline void AskBroker()
 {
-    try
-    {
-        Kiv::System::Nm::NotificationManager::GetInstance().GetNumberOfSubmittedNotifications();
-        return {};
-    }
-    catch (const Kiv::CommunicationException& e)
-    {
-        return e.GetMessage().c_str();
-    }
+    Kiv::System::Nm::NotificationManager::GetInstance().GetNumberOfSubmittedNotifications();
+}
+
+/// A failure while in the system as one line on stderr, saying so when it is the broker that has gone;
+/// the result is the exit code of a failure.
+inline int ReportFailure(const char* program, const Kiv::Exception& e)
+{
+    const bool gone = dynamic_cast<const Kiv::CommunicationException*>(&e) != nullptr;
+    std::cerr << program << ": " << (gone ? "the notification broker is gone: " : "") << e.GetMessage()
+              << std::endl;
+    return 1;
 }
 
 /// Joins `system` as the process `name`, without a broker of its own, until the result goes (leaving is
