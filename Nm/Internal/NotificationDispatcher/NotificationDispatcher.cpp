@@ -82,16 +82,12 @@ NotificationDispatcher::~NotificationDispatcher()
     }
     // A delivery that the broker began before this dispatcher left may still be running on another
     // thread, or be about to enter; the members it would use go only once it has ended or turned away.
+    std::unique_lock<std::shared_mutex> waitForDeliveries(DeliveryGate(), std::defer_lock);
     if (deliveriesOnThisThread == 0)
     {
-        std::unique_lock<std::shared_mutex> waitForDeliveries(DeliveryGate());
-        liveDispatcher.store(nullptr);
+        waitForDeliveries.lock();
     }
-    else
-    {
-        liveDispatcher.store(nullptr);
-    }
-    Mutex::ScopedLock waitForDelivery(dispatchMutex);
+    liveDispatcher.store(nullptr);
 }
 
 void NotificationDispatcher::DispatchToProcessDispatcher(
