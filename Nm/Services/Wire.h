@@ -22,6 +22,12 @@ class Notification;
 class NotificationRegistrationInfo;
 }  // namespace Kiv::System::Nm
 
+namespace Kiv::System::Nm::Services::Internal
+{
+struct NotificationBatch;
+struct DispatchFailure;
+}  // namespace Kiv::System::Nm::Services::Internal
+
 namespace Kiv::System::Nm::Services::Wire
 {
 using Tul::TulReader;
@@ -40,6 +46,9 @@ KIV_API void Write(TulWriter& writer, const std::vector<std::uint32_t>& value);
 KIV_API void Write(TulWriter& writer, const std::vector<TulVariant<512>>& value);
 KIV_API void Write(TulWriter& writer, const Notification& value);
 KIV_API void Write(TulWriter& writer, const NotificationRegistrationInfo& value);
+/// Refuses, before anything is written, a batch whose counts don't match its notifications and ids.
+KIV_API void Write(TulWriter& writer, const Internal::NotificationBatch& value);
+KIV_API void Write(TulWriter& writer, const std::vector<Internal::DispatchFailure>& value);
 
 KIV_API void Read(TulReader& reader, bool& value);
 KIV_API void Read(TulReader& reader, Severity& value);
@@ -55,4 +64,9 @@ KIV_API void Read(TulReader& reader, std::vector<TulVariant<512>>& value);
 /// Into a freshly made record: records append what they read.
 KIV_API void Read(TulReader& reader, Notification& value);
 KIV_API void Read(TulReader& reader, NotificationRegistrationInfo& value);
+/// Into an empty batch. Refuses counts that don't match and payloads that would take more memory than
+/// ServiceManager::GetMaxPayloadMemory allows, all of the batch's together.
+KIV_API void Read(TulReader& reader, Internal::NotificationBatch& value);
+/// Refuses indices that don't ascend strictly, and more failures than that memory bound allows.
+KIV_API void Read(TulReader& reader, std::vector<Internal::DispatchFailure>& value);
 }  // namespace Kiv::System::Nm::Services::Wire

@@ -11,4 +11,11 @@ void NotificationDispatcherServiceImpl::Dispatch(const Notification& notificatio
     Nm::Internal::NotificationDispatcher::NotificationDispatcher::DispatchToProcessDispatcher(
         notification, ConvertRawIdsToIdTypes<NotificationNameId>(nameIds));
 }
+
+std::vector<DispatchFailure> NotificationDispatcherServiceImpl::DispatchBatch(const NotificationBatch& batch)
+{
+    // The ids go on as they came: no converted copy per notification.
+    return Nm::Internal::NotificationDispatcher::NotificationDispatcher::DispatchBatchToProcessDispatcher(
+        batch);
+}
 }  // namespace Kiv::System::Nm::Services::Internal

@@ -73,7 +73,7 @@ TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterfaceAndThePublicO
         {"Kiv", &Nm::Services::Internal::NotificationDispatcherManagerServiceFactory::GetInstance(), 5},
         {"Kiv", &Nm::Services::Internal::SubscriptionStateServiceFactory::GetInstance(), 3},
         {"Kiv", &Nm::Services::NotificationManagerServiceFactory::GetInstance(), 11},
-        {"ProcessA", &Nm::Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), 1},
+        {"ProcessA", &Nm::Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), 2},
     };
     for (const auto& [provider, factory, methods] : services)
     {

@@ -41,6 +41,26 @@ public:
     {
         dispatch(notification, nameIds);
     }
+    /// Each notification as its own call; what one throws is its failure.
+    std::vector<Services::Internal::DispatchFailure> DispatchBatch(
+        const Services::Internal::NotificationBatch& batch) override
+    {
+        std::vector<Services::Internal::DispatchFailure> failures;
+        const std::uint32_t* ids = batch.nameIds.data();
+        for (std::size_t index = 0; index < batch.Size(); ++index)
+        {
+            try
+            {
+                dispatch(*batch.notifications[index], {ids, ids + batch.nameIdCounts[index]});
+            }
+            catch (const std::exception& e)
+            {
+                failures.push_back({static_cast<std::uint32_t>(index), TulString<512>(e.what())});
+            }
+            ids += batch.nameIdCounts[index];
+        }
+        return failures;
+    }
 
 private:
     DispatchFunction dispatch;
