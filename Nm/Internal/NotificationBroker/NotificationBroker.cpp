@@ -14,6 +14,7 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulAfterResponse.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 
 #include <cerrno>
@@ -130,13 +131,19 @@ NotificationId NotificationBroker::SendNotification(NotificationNameId notificat
     auto notification =
         std::make_shared<Notification>(notificationId, notificationNameId, timestamp,
                                        registration.GetSeverity(), registration.GetPayloadTypeId(), payload);
-    const bool accepted = notificationQueue.TryPush(std::move(notification));
-    if (!accepted)
+    // A thread serving a remote sender delivers itself, after its response, if the broker's thread is
+    // idle: waking that thread would cost more than the delivery.
+    const auto pushed = notificationQueue.TryPush(std::move(notification), Tul::CanDeferUntilResponded());
+    if (pushed == ThreadSafeQueue<Notification>::Pushed::Refused)
     {
         // A full queue is no failure: the notification is gone and its id stays used.
         return NotificationId(0);
     }
     statistics.OnSendNotification();
+    if (pushed == ThreadSafeQueue<Notification>::Pushed::TakenOver)
+    {
+        brokerThread.HandOverAfterResponse(RemoteCallerPid());
+    }
     return notificationId;
 }
 

@@ -6,7 +6,9 @@
 #include <Nm/Services/Internal/INotificationDispatcherService.h>
 
 #include <Kiv/Exception.h>
+#include <Kiv/System/Tul/TulAfterResponse.h>
 
+#include <algorithm>
 #include <exception>
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
@@ -36,6 +38,8 @@ NotificationBrokerThread::NotificationBrokerThread(const NotificationNameReposit
       thread(MakeDelegate(this, &NotificationBrokerThread::DispatchNotifications), nullptr,
              BrokerThreadSettings())
 {
+    taken.reserve(BatchBound + 1);
+    failed.reserve(BatchBound);
 }
 
 NotificationBrokerThread::~NotificationBrokerThread()
@@ -71,39 +75,185 @@ void NotificationBrokerThread::DispatchNotifications(void*)
 {
     for (;;)
     {
-        try
+        taken.clear();
+        queue.PopUpTo(taken, BatchBound);
+        const bool stop = taken.back() == nullptr;
+        if (stop)
         {
-            std::shared_ptr<Notification> notification = queue.Pop();
-            if (notification == nullptr)
-            {
-                return;
-            }
-            DispatchOne(*notification);
+            taken.pop_back();
         }
-        catch (const Exception& e)
+        Guarded([this] { Deliver(taken, 0); }, 0);
+        taken.clear();
+        queue.Release();
+        if (stop)
         {
-            Log(LogLevel::Error, "Caught exception during notification dispatch: {0}", e.ToString());
-        }
-        catch (const std::exception& e)
-        {
-            Log(LogLevel::Error, "Caught exception during notification dispatch: {0}", e.what());
-        }
-        catch (...)
-        {
-            Log(LogLevel::Error, "Caught unknown exception during notification dispatch.");
+            return;
         }
     }
 }
 
-void NotificationBrokerThread::DispatchOne(const Notification& notification)
+void NotificationBrokerThread::HandOverAfterResponse(pid_t caller) noexcept
 {
-    const std::vector<NotificationNameId> ids = names.GetMatchingIds(notification.GetNotificationNameId());
-    const NotificationDispatchingRepository::Matches matches = dispatchTable.GetMatches(ids);
-    for (const auto& [dispatcherId, wantedIds] : matches)
+    // Only the part's holder reads it; the queue's lock hands it on with the part.
+    handOverCaller = caller;
+    if (caller == 0 || !Tul::DeferUntilResponded(&NotificationBrokerThread::DeliverTakenOver, this))
     {
-        auto service = dispatchers.GetService(dispatcherId);
-        const std::vector<std::uint32_t> nameIds = ConvertIdTypesToRawIds(wantedIds);
-        service->Dispatch(notification, nameIds);
+        queue.Release();
+    }
+}
+
+void NotificationBrokerThread::DeliverTakenOver(void* self) noexcept
+{
+    auto& deliverer = *static_cast<NotificationBrokerThread*>(self);
+    try
+    {
+        deliverer.taken.clear();
+        deliverer.queue.TakeUpTo(deliverer.taken, BatchBound);
+        const std::size_t handled = deliverer.Deliver(deliverer.taken, deliverer.handOverCaller);
+        deliverer.queue.PutBack(deliverer.taken, handled);
+        deliverer.taken.clear();
+    }
+    catch (...)
+    {
+        // Only memory can run out here; the part must go back whatever happened, or nothing is delivered
+        // any more.
+    }
+    // The last touch: once the part is back, the broker may be stopped and gone.
+    deliverer.queue.Release();
+}
+
+std::size_t NotificationBrokerThread::Deliver(const std::vector<Element>& batch, pid_t caller)
+{
+    matches.clear();
+    failed.assign(batch.size(), false);
+    std::size_t count = 0;
+    for (; count < batch.size(); ++count)
+    {
+        const std::size_t before = matches.size();
+        const bool matched = Guarded(
+            [&]
+            {
+                names.GetMatchingIds(batch[count]->GetNotificationNameId(), matchingIds);
+                dispatchTable.AppendMatches(matchingIds, static_cast<std::uint32_t>(count), matches);
+            });
+        if (!matched)
+        {
+            failed[count] = true;
+            matches.resize(before);
+        }
+        else if (caller != 0 &&
+                 std::any_of(matches.begin() + static_cast<std::ptrdiff_t>(before), matches.end(),
+                             [this, caller](const auto& match)
+                             {
+                                 const pid_t process = dispatchers.GetProcess(match.dispatcherId);
+                                 return process == 0 || process == caller;
+                             }))
+        {
+            matches.resize(before);
+            break;
+        }
+    }
+    // Ascending dispatcher id, then queue order, then the order of the name ids.
+    std::sort(matches.begin(), matches.end());
+    for (std::size_t first = 0; first < matches.size();)
+    {
+        std::size_t end = first + 1;
+        while (end < matches.size() && matches[end].dispatcherId == matches[first].dispatcherId)
+        {
+            ++end;
+        }
+        DispatchTo(batch, first, end);
+        first = end;
+    }
+    return count;
+}
+
+void NotificationBrokerThread::DispatchTo(const std::vector<Element>& batch, std::size_t first,
+                                          std::size_t end)
+{
+    const NotificationDispatcherId dispatcherId = matches[first].dispatcherId;
+    dispatchBatch.Clear();
+    batchIndexes.clear();
+    for (std::size_t row = first; row < end;)
+    {
+        const std::uint32_t notification = matches[row].notification;
+        nameIds.clear();
+        for (; row < end && matches[row].notification == notification; ++row)
+        {
+            nameIds.push_back(matches[row].nameId.GetValue());
+        }
+        if (!failed[notification])
+        {
+            dispatchBatch.Add(batch[notification], nameIds.data(), nameIds.size());
+            batchIndexes.push_back(notification);
+        }
+    }
+    if (batchIndexes.empty())
+    {
+        return;
+    }
+    const bool delivered = Guarded(
+        [&]
+        {
+            auto service = dispatchers.GetService(dispatcherId);
+            if (batchIndexes.size() == 1)
+            {
+                // One notification takes the one-notification call, with its name ids as they are.
+                service->Dispatch(*dispatchBatch.notifications.front(), dispatchBatch.nameIds);
+                return;
+            }
+            for (const auto& failure : service->DispatchBatch(dispatchBatch))
+            {
+                if (failure.index < batchIndexes.size())
+                {
+                    failed[batchIndexes[failure.index]] = true;
+                    LogFailures(failure.message.GetChars(), 1);
+                }
+            }
+        },
+        batchIndexes.size());
+    if (!delivered)
+    {
+        for (const std::uint32_t notification : batchIndexes)
+        {
+            failed[notification] = true;
+        }
+    }
+    dispatchBatch.Clear();
+}
+
+template <class TCall>
+bool NotificationBrokerThread::Guarded(TCall call, std::size_t notifications)
+{
+    try
+    {
+        call();
+        return true;
+    }
+    catch (const Exception& e)
+    {
+        LogFailures(e.ToString().c_str(), notifications);
+    }
+    catch (const std::exception& e)
+    {
+        LogFailures(e.what(), notifications);
+    }
+    catch (...)
+    {
+        for (std::size_t i = 0; i < std::max<std::size_t>(notifications, 1); ++i)
+        {
+            Log(LogLevel::Error, "Caught unknown exception during notification dispatch.");
+        }
+    }
+    return false;
+}
+
+void NotificationBrokerThread::LogFailures(const char* text, std::size_t notifications)
+{
+    // Once for each notification that the failure cost, as if each had been sent on its own.
+    for (std::size_t i = 0; i < std::max<std::size_t>(notifications, 1); ++i)
+    {
+        Log(LogLevel::Error, "Caught exception during notification dispatch: {0}", text);
     }
 }
 }  // namespace Kiv::System::Nm::Internal::NotificationBroker

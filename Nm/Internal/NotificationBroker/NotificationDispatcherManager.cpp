@@ -102,7 +102,7 @@ NotificationDispatcherManager::~NotificationDispatcherManager() = default;
 
 NotificationDispatcherId NotificationDispatcherManager::RegisterDispatcher(const String& dispatcherName)
 {
-    return Fresh(dispatchers.Add(dispatcherName, GetNotificationDispatcherService(dispatcherName)));
+    return Fresh(dispatchers.Add(dispatcherName, GetNotificationDispatcherService(dispatcherName), 0));
 }
 
 NotificationDispatcherId NotificationDispatcherManager::Fresh(NotificationDispatcherId id)
@@ -118,7 +118,8 @@ NotificationDispatcherId NotificationDispatcherManager::RegisterDispatcher(const
 {
     return Fresh(dispatchers.Add(dispatcherName,
                                  std::make_shared<RefetchingDispatcherService>(
-                                     dispatcherName, pid, GetNotificationDispatcherService(dispatcherName))));
+                                     dispatcherName, pid, GetNotificationDispatcherService(dispatcherName)),
+                                 pid));
 }
 
 std::size_t NotificationDispatcherManager::RemoveDispatcher(NotificationDispatcherId dispatcherId)
