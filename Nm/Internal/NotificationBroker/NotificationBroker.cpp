@@ -39,7 +39,7 @@ void Publish()
 /// The process that makes the call being served, by the kernel's word; 0 for this process itself.
 pid_t RemoteCallerPid()
 {
-    const pid_t pid = Tul::TulCallerIdentity::GetCurrent().pid;
+    const pid_t pid = Tul::TulCallerIdentity::GetCurrentPid();
     return pid == getpid() ? 0 : pid;
 }
 
