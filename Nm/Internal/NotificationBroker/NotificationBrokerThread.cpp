@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
@@ -82,7 +83,7 @@ void NotificationBrokerThread::DispatchNotifications(void*)
         {
             taken.pop_back();
         }
-        Guarded([this] { Deliver(taken, 0); }, 0);
+        Guarded([this] { Deliver(taken, 0); });
         taken.clear();
         queue.Release();
         if (stop)
@@ -126,31 +127,43 @@ std::size_t NotificationBrokerThread::Deliver(const std::vector<Element>& batch,
 {
     matches.clear();
     failed.assign(batch.size(), false);
+    const bool serving = caller != 0;
+    std::optional<NotificationDispatcherId> only;
+    // A serving thread holds up its caller's connection while it delivers: it takes on only what one
+    // call to one dispatcher does, which is where it beats the broker's thread's wake-up; more, and the
+    // broker's thread, delivering alongside the caller's next calls, is faster.
+    const auto notForServingThread = [&](const NotificationDispatchingRepository::Match& match)
+    {
+        const pid_t process = dispatchers.GetProcess(match.dispatcherId);
+        return process == 0 || process == caller || (only && *only != match.dispatcherId);
+    };
     std::size_t count = 0;
     for (; count < batch.size(); ++count)
     {
         const std::size_t before = matches.size();
+        // The broker's thread logs the failure when it takes the notification on.
         const bool matched = Guarded(
             [&]
             {
                 names.GetMatchingIds(batch[count]->GetNotificationNameId(), matchingIds);
                 dispatchTable.AppendMatches(matchingIds, static_cast<std::uint32_t>(count), matches);
-            });
-        if (!matched)
+            },
+            serving ? 0 : 1);
+        if (!matched && !serving)
         {
             failed[count] = true;
             matches.resize(before);
+            continue;
         }
-        else if (caller != 0 &&
-                 std::any_of(matches.begin() + static_cast<std::ptrdiff_t>(before), matches.end(),
-                             [this, caller](const auto& match)
-                             {
-                                 const pid_t process = dispatchers.GetProcess(match.dispatcherId);
-                                 return process == 0 || process == caller;
-                             }))
+        if (serving && (!matched || std::any_of(matches.begin() + static_cast<std::ptrdiff_t>(before),
+                                                matches.end(), notForServingThread)))
         {
             matches.resize(before);
             break;
+        }
+        if (serving && matches.size() > before)
+        {
+            only = matches[before].dispatcherId;
         }
     }
     // Ascending dispatcher id, then queue order, then the order of the name ids.
@@ -240,7 +253,7 @@ bool NotificationBrokerThread::Guarded(TCall call, std::size_t notifications)
     }
     catch (...)
     {
-        for (std::size_t i = 0; i < std::max<std::size_t>(notifications, 1); ++i)
+        for (std::size_t i = 0; i < notifications; ++i)
         {
             Log(LogLevel::Error, "Caught unknown exception during notification dispatch.");
         }
@@ -251,7 +264,7 @@ bool NotificationBrokerThread::Guarded(TCall call, std::size_t notifications)
 void NotificationBrokerThread::LogFailures(const char* text, std::size_t notifications)
 {
     // Once for each notification that the failure cost, as if each had been sent on its own.
-    for (std::size_t i = 0; i < std::max<std::size_t>(notifications, 1); ++i)
+    for (std::size_t i = 0; i < notifications; ++i)
     {
         Log(LogLevel::Error, "Caught exception during notification dispatch: {0}", text);
     }

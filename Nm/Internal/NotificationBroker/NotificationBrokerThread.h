@@ -35,7 +35,7 @@ class NotificationDispatchingRepository;
 /// time take, so queue order holds. Such a thread leaves to the broker's thread every notification that
 /// the broker's own process wants (its subscribers run on the broker's thread) or the caller's process
 /// wants (a subscriber there that calls the broker would wait for the very connection that this thread
-/// serves), and those behind it.
+/// serves) or that takes more than one dispatcher call, and those behind it.
 class KIV_API NotificationBrokerThread
     : private Commons::Logging::Loggable<NotificationBrokerThread, false, false>
 {
@@ -68,8 +68,8 @@ private:
     void DispatchNotifications(void*);
     static void DeliverTakenOver(void* self) noexcept;
     /// Delivers the first notifications of `batch` in order and returns how many it handled: all of
-    /// them, or, for a serving thread (`caller` not 0), up to the first that the broker's own process or
-    /// the caller's process wants.
+    /// them, or, for a serving thread (`caller` not 0), those ahead of the first that the broker's own
+    /// process or the caller's process wants, or that another dispatcher than the ones before wants.
     std::size_t Deliver(const std::vector<Element>& batch, pid_t caller);
     /// Gives the dispatcher of `matches[first, end)` its notifications that have not failed so far.
     void DispatchTo(const std::vector<Element>& batch, std::size_t first, std::size_t end);

@@ -28,6 +28,7 @@ using Kiv::System::Nm::Internal::ThreadSafeQueue;
 using Kiv::Testing::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
 
 namespace
 {
@@ -204,48 +205,53 @@ TEST_F(NotificationBrokerThreadTest,
         "caller", [](const Notification&) {}, caller);
     AddDispatcher(
         "remote", [](const Notification&) {}, 777);
+    AddDispatcher(
+        "other", [](const Notification&) {}, 778);
     Want("own", "Own");
     Want("caller", "Caller");
     Want("remote", "A");
+    Want("other", "Other");
     auto thread = MakeThread();
     thread->Start();
     using Pushed = ThreadSafeQueue<Notification>::Pushed;
-    // Outside a served call the part goes back at once, and the broker's thread delivers.
-    Pushed pushed = Pushed::Queued;
-    for (int id = 1; pushed != Pushed::TakenOver && id < 1000; ++id)
+    // Pushes notification `id` until a push finds the thread waiting and takes its part over; those
+    // queued meanwhile are delivered by the thread. Gives the number of deliveries before.
+    const auto takeOver = [&](int id)
     {
-        // Until the push finds the thread waiting.
-        pushed = queue.TryPush(MakeNotification(id, "A"), true);
-        ASSERT_TRUE(WaitFor(
-            [&] {
-                return Deliveries().size() == static_cast<std::size_t>(id - 1) + 1 ||
-                       pushed == Pushed::TakenOver;
-            }));
-    }
-    ASSERT_EQ(pushed, Pushed::TakenOver);
-    const std::size_t before = Deliveries().size();
+        for (;;)
+        {
+            const std::size_t before = Deliveries().size();
+            if (queue.TryPush(MakeNotification(id, "A"), true) == Pushed::TakenOver)
+            {
+                return before;
+            }
+            EXPECT_TRUE(WaitFor([&] { return Deliveries().size() == before + 1; }));
+        }
+    };
+    // Outside a served call the part goes back at once, and the broker's thread delivers.
+    const std::size_t before = takeOver(1);
     thread->HandOverAfterResponse(caller);
     ASSERT_TRUE(WaitFor([&] { return Deliveries().size() == before + 1; }));
     EXPECT_NE(Threads().back(), std::this_thread::get_id());
 
     // In a served call, nothing moves until the response is out; then this thread delivers up to the
-    // first notification that the own process or the caller's wants, which with those behind goes to the
-    // broker's thread.
-    for (const auto& [stopper, id] :
-         std::vector<std::pair<const char*, int>>{{"Own", 2000}, {"Caller", 3000}})
+    // first notification that the own process or the caller's or a second dispatcher wants, which with
+    // those behind goes to the broker's thread.
+    struct Stopper
     {
-        const std::size_t served = Deliveries().size();
+        const char* name;
+        const char* dispatcher;
+        int nameId;
+        int id;
+    };
+    for (const auto& [stopper, dispatcher, nameId, id] : std::vector<Stopper>{
+             {"Own", "own", 1, 2000}, {"Caller", "caller", 2, 3000}, {"Other", "other", 4, 4000}})
+    {
+        std::size_t served = 0;
         {
             Kiv::System::Tul::AfterResponseSlot slot;
             slot.Open();
-            ASSERT_TRUE(WaitFor(
-                [&]
-                {
-                    return (pushed = queue.TryPush(MakeNotification(id + 1, "A"), true)) ==
-                               Pushed::TakenOver ||
-                           Deliveries().size() > served;
-                }));
-            ASSERT_EQ(pushed, Pushed::TakenOver);
+            served = takeOver(id + 1);
             thread->HandOverAfterResponse(caller);
             ASSERT_EQ(queue.TryPush(MakeNotification(id + 2, "A"), true), Pushed::Queued);
             ASSERT_EQ(queue.TryPush(MakeNotification(id + 3, stopper), true), Pushed::Queued);
@@ -255,11 +261,13 @@ TEST_F(NotificationBrokerThreadTest,
         }
         ASSERT_TRUE(WaitFor([&] { return Deliveries().size() == served + 4; }));
         const std::vector<std::string> all = Deliveries();
-        EXPECT_THAT(std::vector<std::string>(all.begin() + static_cast<std::ptrdiff_t>(served), all.end()),
-                    ElementsAre(fmt::format("remote {}: 3", id + 1), fmt::format("remote {}: 3", id + 2),
-                                fmt::format("{} {}: {}", stopper == std::string("Own") ? "own" : "caller",
-                                            id + 3, stopper == std::string("Own") ? 1 : 2),
-                                fmt::format("remote {}: 3", id + 4)));
+        const auto from = all.begin() + static_cast<std::ptrdiff_t>(served);
+        EXPECT_THAT(std::vector<std::string>(from, from + 2),
+                    ElementsAre(fmt::format("remote {}: 3", id + 1), fmt::format("remote {}: 3", id + 2)));
+        // The broker's thread takes the last two together: each dispatcher's share in id order.
+        EXPECT_THAT(std::vector<std::string>(from + 2, all.end()),
+                    UnorderedElementsAre(fmt::format("{} {}: {}", dispatcher, id + 3, nameId),
+                                         fmt::format("remote {}: 3", id + 4)));
         const auto on = Threads();
         EXPECT_EQ(on[served], std::this_thread::get_id());
         EXPECT_EQ(on[served + 1], std::this_thread::get_id());
