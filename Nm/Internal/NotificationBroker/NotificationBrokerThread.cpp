@@ -9,6 +9,7 @@
 #include <Kiv/System/Tul/TulAfterResponse.h>
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <optional>
 
@@ -20,6 +21,9 @@ using Commons::Threading::ThreadSettings;
 
 namespace
 {
+// A delivery that takes longer marks its dispatcher as one that serving threads leave to this thread.
+constexpr std::chrono::milliseconds SlowDelivery{1};
+
 ThreadSettings BrokerThreadSettings()
 {
     ThreadSettings settings;
@@ -131,11 +135,14 @@ std::size_t NotificationBrokerThread::Deliver(const std::vector<Element>& batch,
     std::optional<NotificationDispatcherId> only;
     // A serving thread holds up its caller's connection while it delivers: it takes on only what one
     // call to one dispatcher does, which is where it beats the broker's thread's wake-up; more, and the
-    // broker's thread, delivering alongside the caller's next calls, is faster.
+    // broker's thread, delivering alongside the caller's next calls, is faster. Nor does it call a
+    // dispatcher whose last delivery failed or was slow, which would hold the caller up as long.
     const auto notForServingThread = [&](const NotificationDispatchingRepository::Match& match)
     {
         const pid_t process = dispatchers.GetProcess(match.dispatcherId);
-        return process == 0 || process == caller || (only && *only != match.dispatcherId);
+        const std::size_t index = match.dispatcherId.GetValue();
+        return process == 0 || process == caller || (only && *only != match.dispatcherId) ||
+               (index < slowDispatchers.size() && slowDispatchers[index]);
     };
     std::size_t count = 0;
     for (; count < batch.size(); ++count)
@@ -205,6 +212,7 @@ void NotificationBrokerThread::DispatchTo(const std::vector<Element>& batch, std
     {
         return;
     }
+    const auto start = std::chrono::steady_clock::now();
     const bool delivered = Guarded(
         [&]
         {
@@ -232,6 +240,12 @@ void NotificationBrokerThread::DispatchTo(const std::vector<Element>& batch, std
             failed[notification] = true;
         }
     }
+    const std::size_t index = dispatcherId.GetValue();
+    if (index >= slowDispatchers.size())
+    {
+        slowDispatchers.resize(index + 1, false);
+    }
+    slowDispatchers[index] = !delivered || std::chrono::steady_clock::now() - start > SlowDelivery;
     dispatchBatch.Clear();
 }
 

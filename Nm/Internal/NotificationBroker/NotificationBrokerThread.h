@@ -35,7 +35,8 @@ class NotificationDispatchingRepository;
 /// time take, so queue order holds. Such a thread leaves to the broker's thread every notification that
 /// the broker's own process wants (its subscribers run on the broker's thread) or the caller's process
 /// wants (a subscriber there that calls the broker would wait for the very connection that this thread
-/// serves) or that takes more than one dispatcher call, and those behind it.
+/// serves) or that takes more than one dispatcher call or goes to a dispatcher whose last delivery failed
+/// or was slow, and those behind it: a serving thread's delivery holds its caller's next call up.
 class KIV_API NotificationBrokerThread
     : private Commons::Logging::Loggable<NotificationBrokerThread, false, false>
 {
@@ -93,6 +94,8 @@ private:
     Services::Internal::NotificationBatch dispatchBatch;
     std::vector<std::uint32_t> batchIndexes;
     pid_t handOverCaller = 0;
+    // By dispatcher id: whether its last delivery failed or was slow.
+    std::vector<bool> slowDispatchers;
     Commons::Threading::Thread thread;
 };
 }  // namespace Kiv::System::Nm::Internal::NotificationBroker
