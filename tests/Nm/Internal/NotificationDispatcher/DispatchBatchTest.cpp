@@ -1,6 +1,5 @@
-// Batches to this process's dispatcher: through its service over a real connection (order, ids, the
-// failure of one notification), nested in a subscriber, and the heap they cost once matching has warmed.
-// Subscribers are declared before the system, so that the dispatcher is gone before them.
+// Batches to this process's dispatcher: through its service over a connection, nested in a subscriber,
+// and what they allocate once matching has warmed. Each test runs in a process of its own.
 
 #include <Nm/Internal/NotificationBroker/NotificationDispatcherManager.h>
 #include <Nm/Services/Internal/INotificationDispatcherService.h>
@@ -11,159 +10,118 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <mutex>
-#include <string>
-#include <vector>
-
 using namespace Kiv::System::Nm;
 using namespace Kiv::Testing;
-using Internal::NotificationBroker::NotificationDispatcherManager;
+using Internal::NotificationDispatcher::NotificationDispatcher;
 using Services::Internal::NotificationBatch;
-using ::testing::ElementsAre;
 
 namespace
 {
-/// Who was called for which notification id, in order.
-struct CallLog
-{
-    std::mutex mutex;
-    std::vector<std::string> calls;
+std::vector<std::string> calls;  // who was called for which notification id, in order
 
-    std::function<void(const Notification&)> Of(const char* who)
-    {
-        return [this, who](const Notification& n)
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            calls.push_back(who + std::to_string(n.GetId().GetValue()));
-        };
-    }
-};
-
-void Add(NotificationBatch& batch, std::uint64_t id, NotificationNameId name, std::vector<std::uint32_t> ids)
+std::function<void(const Notification&)> Logging(const char* who)
 {
-    batch.Add(std::make_shared<Notification>(NotificationId(id), name, Kiv::DateTime::GetUtcNow(),
-                                             Severity::Info, PayloadTypeId(StringPayload::GetPayloadTypeId()),
+    return [who](const Notification& n) { calls.push_back(who + std::to_string(n.GetId().GetValue())); };
+}
+
+void Add(NotificationBatch& batch, std::uint64_t id, std::uint32_t name, std::vector<std::uint32_t> ids)
+{
+    batch.Add(std::make_shared<Notification>(NotificationId(id), NotificationNameId(name),
+                                             Kiv::DateTime::GetUtcNow(), Severity::Info,
+                                             PayloadTypeId(StringPayload::GetPayloadTypeId()),
                                              StringPayload("text").GetAsRawPayloadType()),
               ids.data(), ids.size());
 }
 
-/// Calls to a service of this process go over a connection while it lives.
-struct MarshalLocalCalls
-{
-    MarshalLocalCalls() { Set(true); }
-    ~MarshalLocalCalls() { Set(false); }
-    static void Set(bool marshal)
-    {
-        auto settings = Kiv::System::Tul::ServiceManager::GetSettings();
-        settings.marshalLocalCalls = marshal;
-        Kiv::System::Tul::Testing::UseNewTransport(settings);
-    }
-};
-
-/// Counts, and allocates nothing doing so.
 struct CountingSubscriber : INotificationSubscriber
 {
-    void Notify(const Notification&) override { ++calls; }
-    int calls = 0;
+    void Notify(const Notification&) override { ++count; }
+    int count = 0;
 };
 }  // namespace
 
+TEST(DispatchBatchTest, ThroughTheServiceEachGoesInOrderUnderItsIdsAndAFailedOneCostsOnlyItself)
+{
+    RecordingSubscriber onAB(Logging("AB")), onC(Logging("C"));
+    RecordingSubscriber throwing([](const Notification& n)
+                                 { Logging("X")(n), throw Kiv::Exception("broken"); });
+    auto settings = Kiv::System::Tul::ServiceManager::GetSettings();
+    settings.marshalLocalCalls = true;
+    Kiv::System::Tul::ServiceManager::Configure(settings);
+    InProcessSystem system;
+    const std::uint32_t a = Register("A").GetValue(), ab = Register("A.B").GetValue(),
+                        c = Register("C").GetValue(), x = Register("X").GetValue();
+    for (auto [name, subscriber] : {std::pair("A.B", &onAB), {"C", &onC}, {"X", &throwing}})
+    {
+        InProcessSystem::Dispatcher().Subscribe(name, subscriber);
+    }
+    NotificationBatch batch;
+    Add(batch, 1, ab, {a, ab});
+    Add(batch, 2, c, {c});
+    Add(batch, 3, 999, {x});  // reporting the subscriber's exception fails: no name 999
+    Add(batch, 4, ab, {});
+    Add(batch, 5, c, {ab, c});  // the ids decide, not the name inside
+    const auto failures =
+        Internal::NotificationBroker::NotificationDispatcherManager::GetNotificationDispatcherService(
+            "ProcessA")
+            ->DispatchBatch(batch);
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0].index, 2u);
+    EXPECT_THAT(failures[0].message.GetChars(), ::testing::HasSubstr("999"));
+    EXPECT_THAT(calls, ::testing::ElementsAre("AB1", "C2", "X3", "AB5", "C5"));
+}
+
 TEST(DispatchBatchTest, ADeliveryNestedInASubscriberLeavesTheOuterOnesSubscribersToIt)
 {
-    CallLog log;
-    std::vector<std::unique_ptr<RecordingSubscriber>> inner;
     NotificationBatch nested;
     RecordingSubscriber first(
         [&](const Notification& n)
         {
-            log.Of("first")(n);
+            Logging("first")(n);
             if (n.GetId() == NotificationId(1))
             {
-                Internal::NotificationDispatcher::NotificationDispatcher::DispatchBatchToProcessDispatcher(
-                    nested);
+                NotificationDispatcher::DispatchBatchToProcessDispatcher(nested);
             }
         });
-    RecordingSubscriber second(log.Of("second"));
+    RecordingSubscriber second(Logging("second"));
+    std::vector<RecordingSubscriber> inner(20);  // more than the outer delivery left room for
     InProcessSystem system;
-    auto& dispatcher = InProcessSystem::Dispatcher();
     const std::uint32_t ab = Register("A.B").GetValue();
-    dispatcher.Subscribe("A.B", &first);
-    dispatcher.Subscribe("A.B", &second);
-    // Enough of them that the nested delivery outgrows what the outer one left.
-    for (int index = 0; index < 20; ++index)
+    InProcessSystem::Dispatcher().Subscribe("A.B", &first);
+    InProcessSystem::Dispatcher().Subscribe("A.B", &second);
+    for (auto& subscriber : inner)
     {
-        inner.push_back(std::make_unique<RecordingSubscriber>(log.Of("inner")));
-        dispatcher.Subscribe("N", inner.back().get());
+        InProcessSystem::Dispatcher().Subscribe("N", &subscriber);
     }
-    Add(nested, 9, dispatcher.GetNotificationNameId("N"), {dispatcher.GetNotificationNameId("N").GetValue()});
+    const std::uint32_t n = InProcessSystem::Dispatcher().GetNotificationNameId("N").GetValue();
+    Add(nested, 9, n, {n});
     NotificationBatch outer;
-    Add(outer, 1, NotificationNameId(ab), {ab});
-    Add(outer, 2, NotificationNameId(ab), {ab});
-    EXPECT_TRUE(
-        Internal::NotificationDispatcher::NotificationDispatcher::DispatchBatchToProcessDispatcher(outer)
-            .empty());
-    std::vector<std::string> expected{"first1"};
-    expected.insert(expected.end(), 20, "inner9");
-    expected.insert(expected.end(), {"second1", "first2", "second2"});
-    EXPECT_EQ(log.calls, expected);
+    Add(outer, 1, ab, {ab});
+    Add(outer, 2, ab, {ab});
+    EXPECT_TRUE(NotificationDispatcher::DispatchBatchToProcessDispatcher(outer).empty());
+    EXPECT_THAT(calls, ::testing::ElementsAre("first1", "second1", "first2", "second2"));
+    for (auto& subscriber : inner)
+    {
+        EXPECT_EQ(subscriber.Count(), 1u);
+    }
 }
 
 TEST(DispatchBatchTest, OnceMatchingHasWarmedABatchAllocatesNothing)
 {
     CountingSubscriber one, two;
     InProcessSystem system;
-    auto& dispatcher = InProcessSystem::Dispatcher();
     const std::uint32_t ab = Register("A.B").GetValue();
-    dispatcher.Subscribe("A.B", &one);
-    const std::uint32_t a = dispatcher.Subscribe("A", &two).GetValue();
-    dispatcher.Subscribe("A.B", &two);
+    const std::uint32_t a = InProcessSystem::Dispatcher().Subscribe("A", &two).GetValue();
+    InProcessSystem::Dispatcher().Subscribe("A.B", &one);
+    InProcessSystem::Dispatcher().Subscribe("A.B", &two);
     NotificationBatch batch;
     for (std::uint64_t id = 1; id <= 50; ++id)
     {
-        Add(batch, id, NotificationNameId(ab), {a, ab});
+        Add(batch, id, ab, {a, ab});
     }
-    using Internal::NotificationDispatcher::NotificationDispatcher;
     NotificationDispatcher::DispatchBatchToProcessDispatcher(batch);
-    {
-        AllocationCounter counter;
-        EXPECT_TRUE(NotificationDispatcher::DispatchBatchToProcessDispatcher(batch).empty());
-        EXPECT_EQ(counter.Get(), 0u);
-    }
-    EXPECT_EQ(one.calls, 100);
-    EXPECT_EQ(two.calls, 100);
-}
-
-TEST(DispatchBatchTest, ThroughTheServiceEachNotificationGoesInOrderAndAFailedOneCostsOnlyItself)
-{
-    CallLog log;
-    RecordingSubscriber onAB(log.Of("AB")), onC(log.Of("C"));
-    RecordingSubscriber throwing(
-        [&](const Notification& n)
-        {
-            log.Of("X")(n);
-            throw Kiv::Exception("broken part");
-        });
-    MarshalLocalCalls overAConnection;
-    InProcessSystem system;
-    auto& dispatcher = InProcessSystem::Dispatcher();
-    const std::uint32_t a = Register("A").GetValue(), ab = Register("A.B").GetValue(),
-                        c = Register("C").GetValue(), x = Register("X").GetValue();
-    dispatcher.Subscribe("A.B", &onAB);
-    dispatcher.Subscribe("C", &onC);
-    dispatcher.Subscribe("X", &throwing);
-
-    NotificationBatch batch;
-    Add(batch, 1, NotificationNameId(ab), {a, ab});
-    Add(batch, 2, NotificationNameId(c), {c});
-    // The report of the subscriber's exception fails: the broker knows no name 999.
-    Add(batch, 3, NotificationNameId(999), {x});
-    Add(batch, 4, NotificationNameId(ab), {});
-    Add(batch, 5, NotificationNameId(c), {ab, c});  // the ids decide, not the name inside
-    const auto failures =
-        NotificationDispatcherManager::GetNotificationDispatcherService("ProcessA")->DispatchBatch(batch);
-    ASSERT_EQ(failures.size(), 1u);
-    EXPECT_EQ(failures[0].index, 2u);
-    EXPECT_THAT(failures[0].message.GetChars(), ::testing::HasSubstr("999"));
-    EXPECT_THAT(log.calls, ElementsAre("AB1", "C2", "X3", "AB5", "C5"));
+    AllocationCounter counter;
+    EXPECT_TRUE(NotificationDispatcher::DispatchBatchToProcessDispatcher(batch).empty());
+    EXPECT_EQ(counter.Get(), 0u);
+    EXPECT_EQ(one.count + two.count, 200);
 }
