@@ -11,6 +11,7 @@
 
 #include <Nm/Notification.h>
 #include <Nm/NotificationRegistrationInfo.h>
+#include <Nm/Services/Internal/NotificationBatch.h>
 #include <Nm/Services/Wire.h>
 
 #include <Kiv/Exceptions.h>
@@ -22,6 +23,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -307,6 +309,20 @@ void WriteServiceStubSeeds()
                                                     Severity::Info, PayloadTypeId(payloadTypeId), payload));
                         // 9 is "Fuzz.Watched", which the fuzzer's subscriber renders.
                         Wire::Write(w, std::vector<std::uint32_t>{nameId, 9});
+                    });
+    SaveStubRequest(Dispatcher, 2, "dispatch-batch",
+                    [&](RemotingWriter& w)
+                    {
+                        Kiv::System::Nm::Services::Internal::NotificationBatch batch;
+                        const std::uint32_t ids[] = {nameId, 9};
+                        for (std::uint64_t id : {7, 8})
+                        {
+                            batch.Add(std::make_shared<Notification>(
+                                          NotificationId(id), NotificationNameId(nameId), utcTime,
+                                          Severity::Info, PayloadTypeId(payloadTypeId), payload),
+                                      ids, id == 7 ? 2 : 1);
+                        }
+                        Wire::Write(w, batch);
                     });
 }
 

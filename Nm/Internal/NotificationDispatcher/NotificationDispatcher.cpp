@@ -135,6 +135,20 @@ void NotificationDispatcher::DispatchToProcessDispatcher(
     dispatcher->Dispatch(notification, notificationNameIds);
 }
 
+void NotificationDispatcher::DispatchToProcessDispatcher(
+    const Notification& notification, const std::vector<std::uint32_t>& notificationNameIds)
+{
+    std::shared_lock<std::shared_mutex> gate(DeliveryGate(), std::defer_lock);
+    NotificationDispatcher* dispatcher = EnterDelivery(gate);
+    if (dispatcher == nullptr)
+    {
+        return;
+    }
+    OnThisThread delivering;
+    Mutex::ScopedLock lock(dispatcher->dispatchMutex);
+    dispatcher->DeliverUnsynced(notification, notificationNameIds.data(), notificationNameIds.size());
+}
+
 std::vector<DispatchFailure> NotificationDispatcher::DispatchBatchToProcessDispatcher(
     const NotificationBatch& batch)
 {

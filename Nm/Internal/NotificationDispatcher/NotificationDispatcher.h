@@ -73,6 +73,9 @@ public:
     /// while the destructor runs, so a delivery and the destructor meet at a gate outside the object.
     static void DispatchToProcessDispatcher(const Notification& notification,
                                             const std::vector<NotificationNameId>& notificationNameIds);
+    /// With the ids as they cross the wire, without a converted copy of them.
+    static void DispatchToProcessDispatcher(const Notification& notification,
+                                            const std::vector<std::uint32_t>& notificationNameIds);
     /// The same for a batch; a dispatcher that has left answers with no failures.
     static std::vector<Services::Internal::DispatchFailure> DispatchBatchToProcessDispatcher(
         const Services::Internal::NotificationBatch& batch);

@@ -49,18 +49,18 @@ public:
     {
         ++batches;
         std::vector<Services::Internal::DispatchFailure> failures;
-        const std::uint32_t* ids = batch.nameIds.data();
-        for (std::size_t index = 0; index < batch.Size(); ++index)
+        for (std::uint32_t index = 0, first = 0; index < batch.Size(); first += batch.nameIdCounts[index++])
         {
             try
             {
-                dispatch(*batch.notifications[index], {ids, ids + batch.nameIdCounts[index]});
+                dispatch(
+                    *batch.notifications[index],
+                    {batch.nameIds.data() + first, batch.nameIds.data() + first + batch.nameIdCounts[index]});
             }
             catch (const std::exception& e)
             {
-                failures.push_back({static_cast<std::uint32_t>(index), TulString<512>(e.what())});
+                failures.push_back({index, TulString<512>(e.what())});
             }
-            ids += batch.nameIdCounts[index];
         }
         return failures;
     }
