@@ -22,6 +22,12 @@ class Notification;
 class NotificationRegistrationInfo;
 }  // namespace Kiv::System::Nm
 
+namespace Kiv::System::Nm::Internal
+{
+struct BatchedNotification;
+struct NotificationBatchAnswer;
+}  // namespace Kiv::System::Nm::Internal
+
 namespace Kiv::System::Nm::Services::Wire
 {
 using Tul::TulReader;
@@ -40,6 +46,10 @@ KIV_API void Write(TulWriter& writer, const std::vector<std::uint32_t>& value);
 KIV_API void Write(TulWriter& writer, const std::vector<TulVariant<512>>& value);
 KIV_API void Write(TulWriter& writer, const Notification& value);
 KIV_API void Write(TulWriter& writer, const NotificationRegistrationInfo& value);
+/// Refuses more than MaxNotificationBatchLength notifications.
+KIV_API void Write(TulWriter& writer,
+                   const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
+KIV_API void Write(TulWriter& writer, const ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
 
 KIV_API void Read(TulReader& reader, bool& value);
 KIV_API void Read(TulReader& reader, Severity& value);
@@ -55,4 +65,9 @@ KIV_API void Read(TulReader& reader, std::vector<TulVariant<512>>& value);
 /// Into a freshly made record: records append what they read.
 KIV_API void Read(TulReader& reader, Notification& value);
 KIV_API void Read(TulReader& reader, NotificationRegistrationInfo& value);
+/// Refuses more than MaxNotificationBatchLength notifications, and more payload fields over all of them
+/// than one payload may have.
+KIV_API void Read(TulReader& reader, std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
+/// Refuses an answer with more ids than a batch can have, or a reason to stop that it does not know.
+KIV_API void Read(TulReader& reader, ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
 }  // namespace Kiv::System::Nm::Services::Wire
