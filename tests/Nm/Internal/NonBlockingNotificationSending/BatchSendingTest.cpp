@@ -211,8 +211,10 @@ TEST(BatchSendingServiceTest, TheServiceCarriesABatchAndItsAnswerAcrossTheWire)
         Marshalled() { Set(true); }
         ~Marshalled() { Set(false); }
     } marshalled;
-    InProcessSystem system(3, false);
+    Kiv::Testing::RecordingSubscriber received;  // outlives the dispatcher
+    InProcessSystem system(3);
     const NotificationNameId name = Kiv::Testing::Register("Batch.A");
+    InProcessSystem::Dispatcher().Subscribe("Batch.A", &received);
     const auto service = Services::FetchService<Services::Internal::INotificationSendingService,
                                                 Services::Internal::NotificationSendingServiceProxyFactory>();
     ASSERT_TRUE(service);
@@ -222,12 +224,20 @@ TEST(BatchSendingServiceTest, TheServiceCarriesABatchAndItsAnswerAcrossTheWire)
     NotificationBatchAnswer answer = service->SendNotifications({one, unknown, one});
     EXPECT_EQ(answer.stop, NotificationBatchAnswer::Stop::Failed);
     ASSERT_EQ(answer.ids.size(), 1u);
-    answer = service->SendNotifications({one, one, one});
+    answer = service->SendNotifications({one, one, one, one, one});
     EXPECT_EQ(answer.stop, NotificationBatchAnswer::Stop::Refused);
     ASSERT_EQ(answer.ids.size(), 2u);
-    EXPECT_LT(answer.ids[0], answer.ids[1]);
+    EXPECT_EQ(answer.ids[1].GetValue(), answer.ids[0].GetValue() + 1);
     EXPECT_THROW(service->SendNotifications(std::vector<BatchedNotification>(65, one)),
                  Kiv::ArgumentException);
-    // A broker goes only once its queue has room for the thread's stop.
+
+    // Only the refused one took an id; those behind it were not looked at.
     InProcessSystem::Broker().StartDispatching();
+    ASSERT_TRUE(WaitFor([&] { return received.Count() == 3; }));
+    const std::uint64_t lastTaken = received.Get().back().id;
+    answer = service->SendNotifications({one, one});
+    ASSERT_EQ(answer.ids.size(), 2u);
+    EXPECT_EQ(answer.ids[0].GetValue(), answer.ids[1].GetValue() - 1);
+    EXPECT_EQ(answer.ids[0].GetValue(), lastTaken + 2);
+    ASSERT_TRUE(WaitFor([&] { return received.Count() == 5; }));
 }
