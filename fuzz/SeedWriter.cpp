@@ -9,6 +9,7 @@
 
 #include "Platform/Tul/Support/EchoService.h"
 
+#include <Nm/Internal/NotificationSendBatch.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationRegistrationInfo.h>
 #include <Nm/Services/Internal/NotificationBatch.h>
@@ -35,6 +36,7 @@ using Kiv::System::Nm::NotificationRegistrationInfo;
 using Kiv::System::Nm::NotificationRegistrationStatus;
 using Kiv::System::Nm::PayloadTypeId;
 using Kiv::System::Nm::Severity;
+using Kiv::System::Nm::Internal::BatchedNotification;
 using Bytes = std::vector<std::uint8_t>;
 using Variant = Kiv::System::Nm::TulVariant<512>;
 namespace Wire = Kiv::System::Nm::Services::Wire;
@@ -278,7 +280,14 @@ void WriteServiceStubSeeds()
                     [&](RemotingWriter& w) { registration(w), Wire::Write(w, payloadTypeId); });
     SaveStubRequest(Sending, 2, "unregister", [&](RemotingWriter& w) { Wire::Write(w, nameId); });
     SaveStubRequest(Sending, 3, "send", send);
-    SaveStubRequest(Sending, 4, "unknown");
+    SaveStubRequest(
+        Sending, 4, "send-batch",
+        [&](RemotingWriter& w)
+        {
+            Wire::Write(w, std::vector<BatchedNotification>{{NotificationNameId(nameId), utcTime, payload},
+                                                            {NotificationNameId(nameId), utcTime, {}}});
+        });
+    SaveStubRequest(Sending, 5, "unknown");
 
     queries(Info, 1);
     SaveStubRequest(Info, 0, "unknown");

@@ -1,3 +1,4 @@
+#include <Nm/Internal/NotificationSendBatch.h>
 #include <Nm/Internal/TulVariantSerializer.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationRegistrationInfo.h>
@@ -7,7 +8,10 @@
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <numeric>
+#include <utility>
 
 namespace Kiv::System::Nm::Services::Wire
 {
@@ -23,6 +27,15 @@ template <class T>
 void WriteScalar(TulWriter& writer, TulType tag, T value)
 {
     TulVariantSerializer::WriteTaggedValue(writer, tag, value);
+}
+
+void EnsureBatchLength(std::uint32_t length)
+{
+    if (length > ::Kiv::System::Nm::Internal::MaxNotificationBatchLength)
+    {
+        throw ArgumentException("A batch of {0} notifications is longer than the {1} allowed", length,
+                                ::Kiv::System::Nm::Internal::MaxNotificationBatchLength);
+    }
 }
 
 template <class T>
@@ -293,5 +306,86 @@ void Read(TulReader& reader, std::vector<DispatchFailure>& value)
         }
         Read(reader, failure.message);
     }
+}
+
+void Write(TulWriter& writer, const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value)
+{
+    const auto length = static_cast<std::uint32_t>(std::min<std::size_t>(value.size(), UINT32_MAX));
+    EnsureBatchLength(length);
+    writer.WriteTag(TulType::Array);
+    writer.WriteTag(TulType::Object);
+    writer.WriteArrayLength(length);
+    for (const ::Kiv::System::Nm::Internal::BatchedNotification& notification : value)
+    {
+        Write(writer, notification.notificationNameId.GetValue());
+        Write(writer, notification.timestamp);
+        Write(writer, notification.payload);
+    }
+}
+
+void Write(TulWriter& writer, const ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value)
+{
+    writer.WriteTag(TulType::Array);
+    writer.WriteTag(TulType::UInt64);
+    writer.WriteArrayLength(static_cast<std::uint32_t>(value.ids.size()));
+    for (const NotificationId id : value.ids)
+    {
+        const std::uint64_t raw = id.GetValue();
+        writer.WriteDataInternal(&raw, sizeof raw);
+    }
+    WriteScalar(writer, TulType::UInt8, static_cast<std::uint8_t>(value.stop));
+}
+
+void Read(TulReader& reader, std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value)
+{
+    reader.ReadTag(TulType::Array);
+    reader.ReadTag(TulType::Object);
+    const std::uint32_t length = reader.ReadArrayLength();
+    EnsureBatchLength(length);
+    value.reserve(value.size() + length);
+    // Each payload is bounded on its own; over the batch the fields may not take more than one payload
+    // may, so a batch costs at most twice that bound in memory before it is refused.
+    const std::size_t limit = Tul::ServiceManager::GetMaxPayloadMemory() / sizeof(TulVariant<512>);
+    std::size_t fields = 0;
+    for (std::uint32_t index = 0; index < length; ++index)
+    {
+        ::Kiv::System::Nm::Internal::BatchedNotification notification;
+        std::uint32_t notificationNameId = 0;
+        Read(reader, notificationNameId);
+        notification.notificationNameId = NotificationNameId(notificationNameId);
+        Read(reader, notification.timestamp);
+        Read(reader, notification.payload);
+        fields += notification.payload.size();
+        if (fields > limit)
+        {
+            throw ArgumentException(
+                "A batch of notifications with {0} payload fields or more would take "
+                "more than the {1} bytes in memory that a payload may take",
+                fields, Tul::ServiceManager::GetMaxPayloadMemory());
+        }
+        value.push_back(std::move(notification));
+    }
+}
+
+void Read(TulReader& reader, ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value)
+{
+    reader.ReadTag(TulType::Array);
+    reader.ReadTag(TulType::UInt64);
+    const std::uint32_t length = reader.ReadArrayLength();
+    EnsureBatchLength(length);
+    value.ids.reserve(value.ids.size() + length);
+    for (std::uint32_t index = 0; index < length; ++index)
+    {
+        std::uint64_t raw = 0;
+        reader.ReadDataInternal(&raw, sizeof raw);
+        value.ids.emplace_back(raw);
+    }
+    std::uint8_t stop = 0;
+    ReadScalar(reader, TulType::UInt8, stop);
+    if (stop > static_cast<std::uint8_t>(::Kiv::System::Nm::Internal::NotificationBatchAnswer::Stop::Failed))
+    {
+        throw ArgumentException("Unknown reason {0} to stop a batch of notifications", stop);
+    }
+    value.stop = static_cast<::Kiv::System::Nm::Internal::NotificationBatchAnswer::Stop>(stop);
 }
 }  // namespace Kiv::System::Nm::Services::Wire

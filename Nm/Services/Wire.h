@@ -27,6 +27,11 @@ namespace Kiv::System::Nm::Services::Internal
 struct NotificationBatch;
 struct DispatchFailure;
 }  // namespace Kiv::System::Nm::Services::Internal
+namespace Kiv::System::Nm::Internal
+{
+struct BatchedNotification;
+struct NotificationBatchAnswer;
+}  // namespace Kiv::System::Nm::Internal
 
 namespace Kiv::System::Nm::Services::Wire
 {
@@ -49,6 +54,10 @@ KIV_API void Write(TulWriter& writer, const NotificationRegistrationInfo& value)
 /// Refuses, before anything is written, a batch whose counts don't match its notifications and ids.
 KIV_API void Write(TulWriter& writer, const Internal::NotificationBatch& value);
 KIV_API void Write(TulWriter& writer, const std::vector<Internal::DispatchFailure>& value);
+/// Refuses more than MaxNotificationBatchLength notifications.
+KIV_API void Write(TulWriter& writer,
+                   const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
+KIV_API void Write(TulWriter& writer, const ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
 
 KIV_API void Read(TulReader& reader, bool& value);
 KIV_API void Read(TulReader& reader, Severity& value);
@@ -69,4 +78,9 @@ KIV_API void Read(TulReader& reader, NotificationRegistrationInfo& value);
 KIV_API void Read(TulReader& reader, Internal::NotificationBatch& value);
 /// Refuses indices that don't ascend strictly, and more failures than that memory bound allows.
 KIV_API void Read(TulReader& reader, std::vector<Internal::DispatchFailure>& value);
+/// Refuses more than MaxNotificationBatchLength notifications, and more payload fields over all of them
+/// than one payload may have.
+KIV_API void Read(TulReader& reader, std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
+/// Refuses an answer with more ids than a batch can have, or a reason to stop that it does not know.
+KIV_API void Read(TulReader& reader, ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
 }  // namespace Kiv::System::Nm::Services::Wire

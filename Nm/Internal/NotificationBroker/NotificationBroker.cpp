@@ -118,6 +118,44 @@ NotificationId NotificationBroker::SendNotification(NotificationNameId notificat
 {
     LazyInitialization();
     std::shared_lock<std::shared_mutex> lock(stopMutex);
+    return EnqueueNotification(notificationNameId, timestamp, payload);
+}
+
+NotificationBatchAnswer NotificationBroker::SendNotifications(const std::vector<BatchedNotification>& batch)
+{
+    LazyInitialization();
+    NotificationBatchAnswer answer;
+    answer.ids.reserve(batch.size());
+    std::shared_lock<std::shared_mutex> lock(stopMutex);
+    for (const BatchedNotification& notification : batch)
+    {
+        NotificationId id;
+        try
+        {
+            id = EnqueueNotification(notification.notificationNameId, notification.timestamp,
+                                     notification.payload);
+        }
+        catch (...)
+        {
+            // The sender repeats this one alone, and so gets the failure in a single send's words; what
+            // was taken before it must not be answered by an exception.
+            answer.stop = NotificationBatchAnswer::Stop::Failed;
+            return answer;
+        }
+        if (id.GetValue() == 0)
+        {
+            answer.stop = NotificationBatchAnswer::Stop::Refused;
+            return answer;
+        }
+        answer.ids.push_back(id);
+    }
+    return answer;
+}
+
+NotificationId NotificationBroker::EnqueueNotification(NotificationNameId notificationNameId,
+                                                       DateTime timestamp,
+                                                       const std::vector<TulVariant<512>>& payload)
+{
     if (stopping)
     {
         throw InvalidOperationException(

@@ -14,6 +14,7 @@
 #include <Nm/Internal/NotificationBroker/StateHolder.h>
 #include <Nm/Internal/NotificationBroker/Statistics.h>
 #include <Nm/Internal/NotificationBroker/SubscriptionState.h>
+#include <Nm/Internal/NotificationSendBatch.h>
 #include <Nm/Internal/ThreadSafeQueue.h>
 #include <Nm/Notification.h>
 
@@ -54,6 +55,9 @@ public:
                                     const std::vector<TulVariant<512>>& payload) override;
     NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                     const IPayload& payload) override;
+    /// Takes the notifications in order, each as SendNotification would, up to the first that the queue
+    /// refuses or that fails; the rest are not looked at. Throws only before it has looked at any.
+    NotificationBatchAnswer SendNotifications(const std::vector<BatchedNotification>& batch);
 
     String GetNotificationName(NotificationNameId notificationNameId) const override;
     /// In the set-up phase an unknown well-formed name is created; afterwards it is refused.
@@ -105,6 +109,10 @@ private:
                        NotificationNameId registration);
     void DropHolding(NotificationDispatcherId dispatcherId, NotificationNameId registration);
     void OnProcessDeparted(pid_t pid);
+
+    /// A send after the start-up work, with stopMutex held shared.
+    NotificationId EnqueueNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                       const std::vector<TulVariant<512>>& payload);
 
     void LazyInitialization() const;
     void PublishServices() const;

@@ -26,4 +26,10 @@ std::uint64_t NotificationSendingServiceImpl::SendNotification(std::uint32_t not
 {
     return Broker().SendNotification(NotificationNameId(notificationNameId), timestamp, payload).GetValue();
 }
+
+Kiv::System::Nm::Internal::NotificationBatchAnswer NotificationSendingServiceImpl::SendNotifications(
+    const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& batch)
+{
+    return Broker().SendNotifications(batch);
+}
 }  // namespace Kiv::System::Nm::Services::Internal
