@@ -122,14 +122,11 @@ NotificationId NotificationBroker::SendNotification(NotificationNameId notificat
         throw InvalidOperationException(
             "NotificationBroker: the broker is stopping and accepts no notification");
     }
-    registrationManager.EnsureNotificationNameIdIsRegistered("notificationNameId", notificationNameId,
-                                                             "You cannot send a notification using it.");
-    const NotificationRegistrationInfo registration =
-        registrationManager.GetNotificationRegistration(notificationNameId);
+    const SendInfo registration = registrationManager.GetSendInfo(notificationNameId);
     const NotificationId notificationId = notificationIdGenerator.Next();
     auto notification =
-        std::make_shared<Notification>(notificationId, notificationNameId, timestamp,
-                                       registration.GetSeverity(), registration.GetPayloadTypeId(), payload);
+        std::make_shared<Notification>(notificationId, notificationNameId, timestamp, registration.severity,
+                                       registration.payloadTypeId, payload);
     const bool accepted = notificationQueue.TryPush(std::move(notification));
     if (!accepted)
     {
