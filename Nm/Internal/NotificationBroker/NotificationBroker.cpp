@@ -115,6 +115,12 @@ void NotificationBroker::UnregisterNotification(NotificationNameId notificationN
 NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                                     const std::vector<TulVariant<512>>& payload)
 {
+    return SendNotification(notificationNameId, timestamp, std::vector<TulVariant<512>>(payload));
+}
+
+NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                                    std::vector<TulVariant<512>>&& payload)
+{
     LazyInitialization();
     std::shared_lock<std::shared_mutex> lock(stopMutex);
     if (stopping)
@@ -126,7 +132,7 @@ NotificationId NotificationBroker::SendNotification(NotificationNameId notificat
     const NotificationId notificationId = notificationIdGenerator.Next();
     auto notification =
         std::make_shared<Notification>(notificationId, notificationNameId, timestamp, registration.severity,
-                                       registration.payloadTypeId, payload);
+                                       registration.payloadTypeId, std::move(payload));
     const bool accepted = notificationQueue.TryPush(std::move(notification));
     if (!accepted)
     {

@@ -54,6 +54,9 @@ public:
                                     const std::vector<TulVariant<512>>& payload) override;
     NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                     const IPayload& payload) override;
+    /// As above, taking the payload over: what a served request hands on.
+    NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                    std::vector<TulVariant<512>>&& payload);
 
     String GetNotificationName(NotificationNameId notificationNameId) const override;
     /// In the set-up phase an unknown well-formed name is created; afterwards it is refused.

@@ -28,8 +28,9 @@ public:
                                                const TulString<512>& senderName, Severity severity,
                                                std::uint16_t payloadTypeId) = 0;
     virtual void UnregisterNotification(std::uint32_t notificationNameId) = 0;
+    /// A served request's payload goes on into the notification without a copy.
     virtual std::uint64_t SendNotification(std::uint32_t notificationNameId, DateTime timestamp,
-                                           const std::vector<TulVariant<512>>& payload) = 0;
+                                           PayloadArgument payload) = 0;
 };
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface.
@@ -39,7 +40,7 @@ public:
               const TulString<512>&, const TulString<512>&, Severity, std::uint16_t) \
     Operation(2, void, UnregisterNotification, std::uint32_t)                        \
     Operation(3, std::uint64_t, SendNotification,                                    \
-              std::uint32_t, DateTime, const std::vector<TulVariant<512>>&)
+              std::uint32_t, DateTime, PayloadArgument)
 // clang-format on
 
 struct NotificationSendingServiceDescription : ServiceDescription<INotificationSendingService>
