@@ -40,6 +40,14 @@ GenericPayload::GenericPayload(const Notification& notification)
 GenericPayload::GenericPayload(PayloadTypeId payloadTypeId, const String& payloadTypeName)
     : payloadTypeId(payloadTypeId), payloadTypeName(payloadTypeName)
 {
+    rawPayload.reserve(InitialFieldCapacity);
+    InitializeFields();
+}
+
+GenericPayload::GenericPayload(PayloadTypeId payloadTypeId, std::shared_ptr<const String> payloadTypeName)
+    : payloadTypeId(payloadTypeId), sharedPayloadTypeName(std::move(payloadTypeName))
+{
+    rawPayload.reserve(InitialFieldCapacity);
     InitializeFields();
 }
 
@@ -59,6 +67,24 @@ GenericPayload::GenericPayload(PayloadTypeId payloadTypeId, const String& payloa
         ThrowBecauseOfWrongType(payloadTypeName);
     }
     InitializeFields();
+}
+
+GenericPayload::GenericPayload(PayloadTypeId payloadTypeId, std::shared_ptr<const String> payloadTypeName,
+                               const Notification& notification)
+    : payloadTypeId(payloadTypeId),
+      sharedPayloadTypeName(std::move(payloadTypeName)),
+      notification(&notification)
+{
+    if (notification.GetPayloadTypeId() != payloadTypeId)
+    {
+        ThrowBecauseOfWrongType(GetNameReference());
+    }
+    InitializeFields();
+}
+
+const String& GenericPayload::GetNameReference() const
+{
+    return sharedPayloadTypeName != nullptr ? *sharedPayloadTypeName : payloadTypeName;
 }
 
 void GenericPayload::ThrowBecauseOfWrongType(const String& expectedName) const
@@ -94,7 +120,7 @@ PayloadTypeId GenericPayload::GetId() const
 
 String GenericPayload::GetName() const
 {
-    return payloadTypeName;
+    return GetNameReference();
 }
 
 const std::vector<TulVariant<512>>& GenericPayload::GetAsRawPayloadType() const

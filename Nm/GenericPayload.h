@@ -5,7 +5,10 @@
 #include <Kiv/Export.h>
 #include <Kiv/System/Tul/TulType.h>
 
+#include <boost/container/small_vector.hpp>
+
 #include <cstdint>
+#include <memory>
 
 namespace Kiv::System::Nm
 {
@@ -25,6 +28,10 @@ public:
                    const std::vector<TulVariant<512>>& rawPayload);
     /// Wraps `notification`, which must be of the given type: ArgumentException otherwise.
     GenericPayload(PayloadTypeId payloadTypeId, const String& payloadTypeName,
+                   const Notification& notification);
+    /// As above, sharing the name instead of copying it: a payload class keeps one for all its objects.
+    GenericPayload(PayloadTypeId payloadTypeId, std::shared_ptr<const String> payloadTypeName);
+    GenericPayload(PayloadTypeId payloadTypeId, std::shared_ptr<const String> payloadTypeName,
                    const Notification& notification);
 
     PayloadTypeId GetId() const override;
@@ -48,14 +55,20 @@ public:
     void SetFieldValue(std::uint32_t fieldIndex, const TulVariant<512>& value);
 
 private:
+    /// Room for this many fields is made at once: most payloads have no more, and a send builds one.
+    static constexpr std::size_t InitialFieldCapacity = 4;
+
     void InitializeFields();
+    const String& GetNameReference() const;
     [[noreturn]] void ThrowBecauseOfWrongType(const String& payloadTypeName) const;
 
     PayloadTypeId payloadTypeId;
     String payloadTypeName;
+    /// When set, the name, and payloadTypeName is empty.
+    std::shared_ptr<const String> sharedPayloadTypeName;
     const Notification* notification = nullptr;
     std::vector<TulVariant<512>> rawPayload;
-    std::vector<Tul::TulType> fieldTypes;
+    boost::container::small_vector<Tul::TulType, 16> fieldTypes;
     std::uint32_t fieldIndexFormatString = 0;
 };
 }  // namespace Kiv::System::Nm

@@ -12,7 +12,7 @@ LongStringPayloadField::LongStringPayloadField(GenericPayload& payload, std::uin
 {
 }
 
-std::uint32_t LongStringPayloadField::GetNumberOfFieldForString(const String& text)
+std::uint32_t LongStringPayloadField::GetNumberOfFieldForString(std::string_view text)
 {
     return static_cast<std::uint32_t>(text.size() / PieceLength) + 1;
 }
@@ -31,14 +31,14 @@ void LongStringPayloadField::AddStringFields(std::uint32_t count)
     }
 }
 
-void LongStringPayloadField::CreatePayloadFieldsForString(const String& text)
+void LongStringPayloadField::CreatePayloadFieldsForString(std::string_view text)
 {
     const std::uint32_t count = GetNumberOfFieldForString(text);
     payload->SetFieldValue(fieldIndexBegin, TulVariant<512>(count));
     AddStringFields(count);
 }
 
-void LongStringPayloadField::SetLongStringFieldValues(const String& text)
+void LongStringPayloadField::SetLongStringFieldValues(std::string_view text)
 {
     std::uint32_t target = fieldIndexBegin + 1;
     // "<=" writes the empty last piece of a text whose length is a multiple of the piece length.
@@ -46,7 +46,7 @@ void LongStringPayloadField::SetLongStringFieldValues(const String& text)
     {
         const std::size_t rest = text.size() - offset;
         const std::size_t length = rest < PieceLength + 1 ? rest : PieceLength;
-        payload->SetFieldValue(target, TulVariant<512>(text.c_str() + offset, length));
+        payload->SetFieldValue(target, TulVariant<512>(text.data() + offset, length));
     }
 }
 

@@ -4,6 +4,7 @@
 #include <Kiv/Export.h>
 
 #include <cstdint>
+#include <string_view>
 
 namespace Kiv::System::Nm
 {
@@ -21,13 +22,13 @@ public:
     LongStringPayloadField(GenericPayload& payload, std::uint32_t fieldIndexBegin);
 
     std::uint32_t GetFieldIndexBegin() const { return fieldIndexBegin; }
-    static std::uint32_t GetNumberOfFieldForString(const String& text);
+    static std::uint32_t GetNumberOfFieldForString(std::string_view text);
     static std::uint32_t FieldIndexToFormatStringIndex(std::uint32_t fieldIndex);
 
     void AddStringFields(std::uint32_t count);
     /// Sets the count for `text` and declares its pieces.
-    void CreatePayloadFieldsForString(const String& text);
-    void SetLongStringFieldValues(const String& text);
+    void CreatePayloadFieldsForString(std::string_view text);
+    void SetLongStringFieldValues(std::string_view text);
     std::uint32_t GetFieldCount() const;
     /// One numbered placeholder per piece, e.g. "{1}{2}{3}".
     String GetFormatString() const;

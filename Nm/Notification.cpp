@@ -23,6 +23,18 @@ Notification::Notification(NotificationId id, NotificationNameId notificationNam
 {
 }
 
+Notification::Notification(NotificationId id, NotificationNameId notificationNameId,
+                           const DateTime& timestamp, Severity severity, PayloadTypeId payloadTypeId,
+                           std::vector<TulVariant<512>>&& payload)
+    : id(id),
+      notificationNameId(notificationNameId),
+      timestamp(timestamp),
+      severity(severity),
+      payloadTypeId(payloadTypeId),
+      payload(std::move(payload))
+{
+}
+
 Notification::~Notification() = default;
 
 void Notification::Serialize(TulWriter& writer) const

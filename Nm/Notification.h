@@ -25,6 +25,9 @@ public:
     Notification() = default;
     Notification(NotificationId id, NotificationNameId notificationNameId, const DateTime& timestamp,
                  Severity severity, PayloadTypeId payloadTypeId, const std::vector<TulVariant<512>>& payload);
+    /// Takes the payload over.
+    Notification(NotificationId id, NotificationNameId notificationNameId, const DateTime& timestamp,
+                 Severity severity, PayloadTypeId payloadTypeId, std::vector<TulVariant<512>>&& payload);
     Notification(const Notification&) = default;
     Notification& operator=(const Notification&) = default;
     ~Notification() override;

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include <Nm/GenericPayload.h>
 #include <Nm/IPayload.h>
@@ -42,6 +43,9 @@ protected:
     GenericPayload payload;
 
 private:
+    /// The name, made once per process and shared by every object of the class.
+    static const std::shared_ptr<const String>& GetSharedPayloadTypeName();
+
     // Fetched at first use and kept to the end of the process, whatever brokers come and go. Racing
     // first uses get the same id from the broker and store the same value; the relaxed atomic costs what
     // a plain variable does and keeps that benign race visible as such to the thread checkers.

@@ -20,11 +20,17 @@ PayloadTypeId SpecializedPayload<T>::GetPayloadTypeId()
 }
 
 template <class T>
-String SpecializedPayload<T>::GetPayloadTypeName()
+const std::shared_ptr<const String>& SpecializedPayload<T>::GetSharedPayloadTypeName()
 {
     // Demangled once per process: every payload built on a send asks for it.
-    static const String name = TypeName<T>().GetName();
+    static const std::shared_ptr<const String> name = std::make_shared<const String>(TypeName<T>().GetName());
     return name;
+}
+
+template <class T>
+String SpecializedPayload<T>::GetPayloadTypeName()
+{
+    return *GetSharedPayloadTypeName();
 }
 
 template <class T>
@@ -35,14 +41,14 @@ SpecializedPayload<T>::SpecializedPayload(const String& formatString)
 
 template <class T>
 SpecializedPayload<T>::SpecializedPayload(PayloadTypeId payloadTypeId, const String& formatString)
-    : payload(payloadTypeId, GetPayloadTypeName())
+    : payload(payloadTypeId, GetSharedPayloadTypeName())
 {
     SetFormatString(formatString);
 }
 
 template <class T>
 SpecializedPayload<T>::SpecializedPayload(const Notification& notification)
-    : payload(GetPayloadTypeId(), GetPayloadTypeName(), notification)
+    : payload(GetPayloadTypeId(), GetSharedPayloadTypeName(), notification)
 {
 }
 

@@ -10,7 +10,7 @@ static_assert(StringPayload::MaxFormattableLength ==
 
 StringPayload::StringPayload(const String& text) : StringPayload(GetPayloadTypeId(), text) {}
 
-StringPayload::StringPayload(PayloadTypeId payloadTypeId, const String& text)
+StringPayload::StringPayload(PayloadTypeId payloadTypeId, std::string_view text)
     : SpecializedPayload(payloadTypeId, String()), text(payload, payload.AddField(Tul::TulType::UInt32))
 {
     this->text.CreatePayloadFieldsForString(text);
@@ -18,7 +18,8 @@ StringPayload::StringPayload(PayloadTypeId payloadTypeId, const String& text)
     SetFormatString(this->text.GetFormatString());
 }
 
-StringPayload::StringPayload(const char* text) : StringPayload(String(text)) {}
+// No String is made of the text: a send builds one payload after another.
+StringPayload::StringPayload(const char* text) : StringPayload(GetPayloadTypeId(), std::string_view(text)) {}
 
 std::vector<TulVariant<512>> StringPayload::GetFields(const String& text)
 {

@@ -6,6 +6,7 @@
 #include <Kiv/Export.h>
 
 #include <cstddef>
+#include <string_view>
 #include <vector>
 
 namespace Kiv::System::Nm
@@ -30,7 +31,7 @@ public:
     StringPayload& operator=(const StringPayload& other);
 
 private:
-    StringPayload(PayloadTypeId payloadTypeId, const String& text);
+    StringPayload(PayloadTypeId payloadTypeId, std::string_view text);
 
     LongStringPayloadField text;
 };

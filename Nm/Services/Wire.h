@@ -14,6 +14,7 @@
 #include <Kiv/System/Tul/TulWriter.h>
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace Kiv::System::Nm
@@ -32,6 +33,32 @@ namespace Kiv::System::Nm::Internal
 struct BatchedNotification;
 struct NotificationBatchAnswer;
 }  // namespace Kiv::System::Nm::Internal
+namespace Kiv::System::Nm::Services
+{
+/// The payload of a send as an operation's argument: borrowed from the caller, who keeps it, or owned once
+/// read from a request, so that the serving side can take it over instead of copying it.
+class PayloadArgument
+{
+public:
+    PayloadArgument() = default;
+    // Implicit: callers pass their vector as before.
+    PayloadArgument(const std::vector<TulVariant<512>>& payload) : borrowed(&payload) {}
+
+    const std::vector<TulVariant<512>>& Get() const { return borrowed != nullptr ? *borrowed : owned; }
+    /// The vector itself when owned, else a copy of the borrowed one.
+    std::vector<TulVariant<512>> Take() && { return borrowed != nullptr ? *borrowed : std::move(owned); }
+    /// Where a request's payload is read into.
+    std::vector<TulVariant<512>>& Own()
+    {
+        borrowed = nullptr;
+        return owned;
+    }
+
+private:
+    const std::vector<TulVariant<512>>* borrowed = nullptr;
+    std::vector<TulVariant<512>> owned;
+};
+}  // namespace Kiv::System::Nm::Services
 
 namespace Kiv::System::Nm::Services::Wire
 {
@@ -83,4 +110,14 @@ KIV_API void Read(TulReader& reader, std::vector<Internal::DispatchFailure>& val
 KIV_API void Read(TulReader& reader, std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
 /// Refuses an answer with more ids than a batch can have, or a reason to stop that it does not know.
 KIV_API void Read(TulReader& reader, ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
+
+inline void Write(TulWriter& writer, const PayloadArgument& value)
+{
+    Write(writer, value.Get());
+}
+
+inline void Read(TulReader& reader, PayloadArgument& value)
+{
+    Read(reader, value.Own());
+}
 }  // namespace Kiv::System::Nm::Services::Wire

@@ -59,6 +59,13 @@ protected:
 };
 }  // namespace
 
+/// A payload class that reads received notifications; outside any namespace for a short type name.
+class WrappedPayload : public SpecializedPayload<WrappedPayload>
+{
+public:
+    explicit WrappedPayload(const Notification& notification) : SpecializedPayload(notification) {}
+};
+
 TEST(PayloadTypeIdTest, TheIdIsAskedForOnceAndKeptToTheEndOfTheProcess)
 {
     EXPECT_THAT([] { CachedPayload(); }, ThrowsMessage<Kiv::InvalidOperationException>(
@@ -163,4 +170,12 @@ TEST_F(PayloadTest, TypeIdsComeFromTheBrokerByTheClassNameAndAreCheckedOnWrappin
             "notification 'A.B' uses PayloadType "
             "'Kiv::System::Nm::NmSubscribeFailedPayload<Kiv::System::Nm::NmSubscribeToUnregisteredPayload>"
             "'"));
+    // A payload class shares its name among its objects; wrapping tells it as before.
+    const WrappedPayload own(Wrap(WrappedPayload::GetPayloadTypeId(), {Variant("{}")}, name));
+    EXPECT_EQ(own.GetName(), WrappedPayload::GetPayloadTypeName());
+    EXPECT_EQ(own.GetName(), "WrappedPayload");
+    EXPECT_THAT(
+        [&] { WrappedPayload(Wrap(other, {Variant("{}")}, name)); },
+        ThrowsMessage<Kiv::ArgumentException>(::testing::StartsWith(
+            "Creating payload object with invalid type parameter 'WrappedPayload': The notification 'A.B'")));
 }

@@ -116,9 +116,15 @@ void NotificationBroker::UnregisterNotification(NotificationNameId notificationN
 NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                                     const std::vector<TulVariant<512>>& payload)
 {
+    return SendNotification(notificationNameId, timestamp, std::vector<TulVariant<512>>(payload));
+}
+
+NotificationId NotificationBroker::SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                                    std::vector<TulVariant<512>>&& payload)
+{
     LazyInitialization();
     std::shared_lock<std::shared_mutex> lock(stopMutex);
-    return EnqueueNotification(notificationNameId, timestamp, payload);
+    return EnqueueNotification(notificationNameId, timestamp, std::move(payload));
 }
 
 NotificationBatchAnswer NotificationBroker::SendNotifications(const std::vector<BatchedNotification>& batch)
@@ -133,7 +139,7 @@ NotificationBatchAnswer NotificationBroker::SendNotifications(const std::vector<
         try
         {
             id = EnqueueNotification(notification.notificationNameId, notification.timestamp,
-                                     notification.payload);
+                                     std::vector<TulVariant<512>>(notification.payload));
         }
         catch (...)
         {
@@ -154,21 +160,18 @@ NotificationBatchAnswer NotificationBroker::SendNotifications(const std::vector<
 
 NotificationId NotificationBroker::EnqueueNotification(NotificationNameId notificationNameId,
                                                        DateTime timestamp,
-                                                       const std::vector<TulVariant<512>>& payload)
+                                                       std::vector<TulVariant<512>>&& payload)
 {
     if (stopping)
     {
         throw InvalidOperationException(
             "NotificationBroker: the broker is stopping and accepts no notification");
     }
-    registrationManager.EnsureNotificationNameIdIsRegistered("notificationNameId", notificationNameId,
-                                                             "You cannot send a notification using it.");
-    const NotificationRegistrationInfo registration =
-        registrationManager.GetNotificationRegistration(notificationNameId);
+    const SendInfo registration = registrationManager.GetSendInfo(notificationNameId);
     const NotificationId notificationId = notificationIdGenerator.Next();
     auto notification =
-        std::make_shared<Notification>(notificationId, notificationNameId, timestamp,
-                                       registration.GetSeverity(), registration.GetPayloadTypeId(), payload);
+        std::make_shared<Notification>(notificationId, notificationNameId, timestamp, registration.severity,
+                                       registration.payloadTypeId, std::move(payload));
     // A thread serving a remote sender delivers itself, after its response, if the broker's thread is
     // idle: waking that thread would cost more than the delivery.
     const auto pushed = notificationQueue.TryPush(std::move(notification), Tul::CanDeferUntilResponded());

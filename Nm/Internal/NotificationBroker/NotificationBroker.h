@@ -55,6 +55,9 @@ public:
                                     const std::vector<TulVariant<512>>& payload) override;
     NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                     const IPayload& payload) override;
+    /// As above, taking the payload over: what a served request hands on.
+    NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                    std::vector<TulVariant<512>>&& payload);
     /// Takes the notifications in order, each as SendNotification would, up to the first that the queue
     /// refuses or that fails; the rest are not looked at. Throws only before it has looked at any.
     NotificationBatchAnswer SendNotifications(const std::vector<BatchedNotification>& batch);
@@ -112,7 +115,7 @@ private:
 
     /// A send after the start-up work, with stopMutex held shared.
     NotificationId EnqueueNotification(NotificationNameId notificationNameId, DateTime timestamp,
-                                       const std::vector<TulVariant<512>>& payload);
+                                       std::vector<TulVariant<512>>&& payload);
 
     void LazyInitialization() const;
     void PublishServices() const;

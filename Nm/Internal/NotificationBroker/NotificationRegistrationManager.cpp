@@ -85,6 +85,19 @@ NotificationRegistrationInfo NotificationRegistrationManager::GetNotificationReg
                                         notificationNames.GetFullName(notificationNameId));
 }
 
+SendInfo NotificationRegistrationManager::GetSendInfo(NotificationNameId notificationNameId) const
+{
+    SendInfo info{};
+    // A Registered row implies a known name. Anything else takes the checks that explain the refusal; a
+    // name registered meanwhile passes them and is looked up again.
+    while (!notifications.TryGetSendInfo(notificationNameId, info))
+    {
+        EnsureNotificationNameIdIsRegistered("notificationNameId", notificationNameId,
+                                             "You cannot send a notification using it.");
+    }
+    return info;
+}
+
 bool NotificationRegistrationManager::IsNotificationNameIdKnown(NotificationNameId notificationNameId) const
 {
     EnsureNotificationNameIdValid("notificationNameId", notificationNameId);

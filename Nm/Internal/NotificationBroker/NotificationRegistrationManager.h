@@ -33,6 +33,9 @@ public:
     String GetNotificationName(NotificationNameId notificationNameId) const;
     /// A known name without a row reads like a Subscribed one.
     NotificationRegistrationInfo GetNotificationRegistration(NotificationNameId notificationNameId) const;
+    /// Severity and payload type of a Registered name, for a send: one look-up, and no text is made
+    /// unless it fails, with the ArgumentException of EnsureNotificationNameIdIsRegistered.
+    SendInfo GetSendInfo(NotificationNameId notificationNameId) const;
     /// Whether the id has a row, not merely a name.
     bool IsNotificationNameIdKnown(NotificationNameId notificationNameId) const;
     void AddSubscribedRegistrationIfNotRegistered(const NotificationNameId& notificationNameId,

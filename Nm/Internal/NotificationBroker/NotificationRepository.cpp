@@ -95,6 +95,18 @@ const NotificationRegistrationInfo& NotificationRepository::GetNotificationRegis
     return GetRow(id);
 }
 
+bool NotificationRepository::TryGetSendInfo(NotificationNameId id, SendInfo& info) const
+{
+    Mutex::ScopedLock lock(mutex);
+    const auto row = container.find(id);
+    if (row == container.end() || row->second.GetStatus() != NotificationRegistrationStatus::Registered)
+    {
+        return false;
+    }
+    info = {row->second.GetSeverity(), row->second.GetPayloadTypeId()};
+    return true;
+}
+
 String NotificationRepository::GetSenderName(NotificationNameId id) const
 {
     Mutex::ScopedLock lock(mutex);

@@ -14,6 +14,13 @@
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
+/// What a send takes from a registration.
+struct SendInfo
+{
+    Severity severity;
+    PayloadTypeId payloadTypeId;
+};
+
 /// The registration state of each known name: Subscribed (wanted, nobody registered it), Registered, or
 /// Unregistered (given up; the same sender may come back with the same parameters). Every misuse is a
 /// programming error and raises InvalidOperationException; the registration manager validates first.
@@ -32,6 +39,8 @@ public:
     void RemoveNotification(NotificationNameId id);
     /// The row itself. Valid while the row exists; callers copy what they keep.
     const NotificationRegistrationInfo& GetNotificationRegistrationInfo(NotificationNameId id) const;
+    /// Under one lock: whether the row exists and is Registered, and then what a send needs of it.
+    bool TryGetSendInfo(NotificationNameId id, SendInfo& info) const;
     String GetSenderName(NotificationNameId id) const;
     Severity GetSeverity(NotificationNameId id) const;
     PayloadTypeId GetPayloadTypeId(NotificationNameId id) const;

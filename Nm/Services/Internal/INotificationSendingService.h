@@ -29,8 +29,9 @@ public:
                                                const TulString<512>& senderName, Severity severity,
                                                std::uint16_t payloadTypeId) = 0;
     virtual void UnregisterNotification(std::uint32_t notificationNameId) = 0;
+    /// A served request's payload goes on into the notification without a copy.
     virtual std::uint64_t SendNotification(std::uint32_t notificationNameId, DateTime timestamp,
-                                           const std::vector<TulVariant<512>>& payload) = 0;
+                                           PayloadArgument payload) = 0;
     /// Sends the notifications in order in one call, up to the first that the broker does not take.
     virtual ::Kiv::System::Nm::Internal::NotificationBatchAnswer SendNotifications(
         const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& batch) = 0;
@@ -43,7 +44,7 @@ public:
               const TulString<512>&, const TulString<512>&, Severity, std::uint16_t) \
     Operation(2, void, UnregisterNotification, std::uint32_t)                        \
     Operation(3, std::uint64_t, SendNotification,                                    \
-              std::uint32_t, DateTime, const std::vector<TulVariant<512>>&)              \
+              std::uint32_t, DateTime, PayloadArgument)                                  \
     Operation(4, ::Kiv::System::Nm::Internal::NotificationBatchAnswer, SendNotifications,           \
               const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>&)
 // clang-format on

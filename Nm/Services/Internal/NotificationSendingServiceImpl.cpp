@@ -21,10 +21,11 @@ void NotificationSendingServiceImpl::UnregisterNotification(std::uint32_t notifi
 }
 
 std::uint64_t NotificationSendingServiceImpl::SendNotification(std::uint32_t notificationNameId,
-                                                               DateTime timestamp,
-                                                               const std::vector<TulVariant<512>>& payload)
+                                                               DateTime timestamp, PayloadArgument payload)
 {
-    return Broker().SendNotification(NotificationNameId(notificationNameId), timestamp, payload).GetValue();
+    return Broker()
+        .SendNotification(NotificationNameId(notificationNameId), timestamp, std::move(payload).Take())
+        .GetValue();
 }
 
 Kiv::System::Nm::Internal::NotificationBatchAnswer NotificationSendingServiceImpl::SendNotifications(

@@ -11,7 +11,7 @@ long ServiceRegistry::FindProvider(const String& providerName) const
 {
     for (std::size_t i = 0; i < providers.size(); ++i)
     {
-        if (providers[i] == providerName)
+        if (*providers[i] == providerName)
         {
             return static_cast<long>(i);
         }
@@ -24,7 +24,7 @@ long ServiceRegistry::FindEntry(const String& providerName, const String& servic
     const long provider = FindProvider(providerName);
     for (std::size_t i = 0; provider >= 0 && i < entries.size(); ++i)
     {
-        if (entries[i].providerHandle == provider + 1 && entries[i].serviceName == serviceName)
+        if (entries[i].providerHandle == provider + 1 && *entries[i].serviceName == serviceName)
         {
             return static_cast<long>(i);
         }
@@ -51,10 +51,11 @@ void ServiceRegistry::Publish(const String& providerName, const String& serviceN
     }
     if (provider < 0)
     {
-        providers.push_back(providerName);
+        providers.push_back(std::make_shared<const String>(providerName));
         provider = static_cast<long>(providers.size()) - 1;
     }
-    entries.push_back({static_cast<std::uint16_t>(provider + 1), serviceName, &factory});
+    entries.push_back(
+        {static_cast<std::uint16_t>(provider + 1), std::make_shared<const String>(serviceName), &factory});
 }
 
 bool ServiceRegistry::HasProvider(const String& providerName) const
@@ -72,7 +73,8 @@ std::optional<ServiceRegistry::Publication> ServiceRegistry::Find(const String& 
     {
         return std::nullopt;
     }
-    return Publication{providerName, serviceName, entries[static_cast<std::size_t>(index)].factory,
+    const Entry& entry = entries[static_cast<std::size_t>(index)];
+    return Publication{providers[entry.providerHandle - 1U], entry.serviceName, entry.factory,
                        policies.authorizator.load()};
 }
 

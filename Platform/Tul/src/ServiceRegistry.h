@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <shared_mutex>
 #include <vector>
@@ -36,10 +37,11 @@ public:
         std::uint16_t service = 0;
     };
 
+    /// The names are shared with the registry: finding a publication for each call copies no text.
     struct Publication
     {
-        String providerName;
-        String serviceName;
+        std::shared_ptr<const String> providerName;
+        std::shared_ptr<const String> serviceName;
         ITulServiceFactory* factory = nullptr;
         ITulAuthorizator* authorizator = nullptr;
     };
@@ -63,7 +65,7 @@ private:
     struct Entry
     {
         std::uint16_t providerHandle;
-        String serviceName;
+        std::shared_ptr<const String> serviceName;
         ITulServiceFactory* factory;
     };
 
@@ -74,7 +76,7 @@ private:
     const Policies& policies;
     mutable std::shared_mutex mutex;
     /// Provider handle - 1 is the index.
-    std::vector<String> providers;
+    std::vector<std::shared_ptr<const String>> providers;
     /// Service handle - 1 is the index.
     std::vector<Entry> entries;
 };

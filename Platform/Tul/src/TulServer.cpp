@@ -56,7 +56,7 @@ void WriteFailure(RemotingWriter& writer, std::exception_ptr error)
 ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles handles,
                          const std::optional<ServiceRegistry::Publication>& publication, Stubs& stubs)
 {
-    if (!publication || publication->providerName != providerName)
+    if (!publication || *publication->providerName != providerName)
     {
         throw InvalidOperationException("Provider '{0}' has no service of handle {1}", providerName,
                                         handles.service);
@@ -64,13 +64,13 @@ ITulServiceStub& GetStub(const String& providerName, ServiceRegistry::Handles ha
     CachedStub& cached = stubs[handles.service];
     if (cached.stub == nullptr || cached.factory != publication->factory)
     {
-        cached.stub.reset(publication->factory->CreateServiceStub(publication->providerName.c_str(),
+        cached.stub.reset(publication->factory->CreateServiceStub(publication->providerName->c_str(),
                                                                   publication->authorizator));
         cached.factory = publication->factory;
         if (cached.stub == nullptr)
         {
             throw InvalidOperationException("The factory of service '{0}' of provider '{1}' makes no stub",
-                                            publication->serviceName, providerName);
+                                            *publication->serviceName, providerName);
         }
     }
     return *cached.stub;
@@ -143,7 +143,7 @@ bool MayInvoke(const ServiceRegistry& registry, const ServiceRegistry::Publicati
     try
     {
         Authorize(guarded ? publication.authorizator : registry.GetInternalAuthorizator(),
-                  publication.providerName.c_str(), publication.serviceName.c_str(), operation.c_str(),
+                  publication.providerName->c_str(), publication.serviceName->c_str(), operation.c_str(),
                   caller);
         return true;
     }
@@ -461,7 +461,7 @@ String TulServer::ServeRequests(Connection& connection)
             if (header.kind == FrameKind::Invoke)
             {
                 publication = registry.FindByHandles({header.providerHandle, header.serviceHandle});
-                if (publication && publication->providerName == connection.providerName &&
+                if (publication && *publication->providerName == connection.providerName &&
                     !MayInvoke(registry, *publication, header, connection.caller, writer))
                 {
                     // Refused by the header: the body is read past, never kept, and the refusal answers.

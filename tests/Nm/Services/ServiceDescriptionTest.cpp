@@ -158,3 +158,58 @@ TEST(ServiceDescriptionTest, EveryOperationReachesItsImplementationOrOnTheGuarde
         EXPECT_EQ(service.factory.GetOperationName(service.operations.size() + 1), nullptr);
     }
 }
+
+namespace
+{
+/// Counts its copies; the codec below reads it from nothing.
+struct Counted
+{
+    Counted() = default;
+    Counted(const Counted& other) : copies(other.copies + 1) {}
+    Counted(Counted&& other) noexcept : copies(other.copies) {}
+    Counted& operator=(const Counted&) = delete;
+    int copies = 0;
+};
+
+struct CountedCodec
+{
+    static void Read(Tul::TulReader&, Counted&) {}
+};
+
+struct Taker
+{
+    void Take(Counted value) { copies.push_back(value.copies); }
+    void Lend(const Counted& value) { copies.push_back(value.copies); }
+    void Keep(Nm::Services::PayloadArgument payload)
+    {
+        const auto* before = payload.Get().data();
+        kept = std::move(payload).Take();
+        keptInPlace = kept.data() == before;
+    }
+    std::vector<int> copies;
+    std::vector<Nm::TulVariant<512>> kept;
+    bool keptInPlace = false;
+};
+}  // namespace
+
+TEST(ServiceDescriptionTest, AServedCallHandsItsDecodedArgumentsOnWithoutCopies)
+{
+    Tul::RemotingWriter request;
+    Nm::Services::Wire::Write(request, std::vector<Nm::TulVariant<512>>{Nm::TulVariant<512>(7U)});
+    Tul::RemotingReader reader(request.GetData(), request.GetSize());
+    Tul::RemotingWriter response;
+    Tul::TulServerContext context(reader, response);
+    Taker taker;
+    Tul::TulServe<CountedCodec, &Taker::Take>(taker, context);
+    Tul::TulServe<CountedCodec, &Taker::Lend>(taker, context);
+    EXPECT_THAT(taker.copies, ::testing::ElementsAre(0, 0));
+
+    Tul::TulServe<Nm::Services::WireCodec, &Taker::Keep>(taker, context);
+    ASSERT_EQ(taker.kept.size(), 1U);
+    EXPECT_TRUE(taker.keptInPlace) << "a decoded payload is taken over";
+    // A caller's vector is only borrowed, and taking it copies.
+    const std::vector<Nm::TulVariant<512>> own = taker.kept;
+    Nm::Services::PayloadArgument borrowed(own);
+    EXPECT_EQ(borrowed.Get().data(), own.data());
+    EXPECT_NE(std::move(borrowed).Take().data(), own.data());
+}

@@ -248,3 +248,45 @@ TEST_F(NotificationRegistrationManagerTest, MisuseIsRefusedWithItsMessageBeforeA
     EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSenderName(), "First");
     EXPECT_EQ(manager.GetNotificationRegistration(registered).GetSeverity(), Severity::Warning);
 }
+
+TEST_F(NotificationRegistrationManagerTest, ASendLearnsSeverityAndTypeOfARegisteredNameAndIsRefusedAsBefore)
+{
+    const NotificationNameId registered = Register("A.B", "First", Severity::Warning);
+    const SendInfo info = manager.GetSendInfo(registered);
+    EXPECT_EQ(info.severity, Severity::Warning);
+    EXPECT_EQ(info.payloadTypeId, Payload);
+
+    const NotificationNameId withdrawn = Register("C", "S", Severity::Error);
+    manager.UnregisterNotification(withdrawn);
+    const NotificationNameId subscribed = manager.AddOrGetNotificationNameId("X");
+    manager.AddSubscribedRegistrationIfNotRegistered(subscribed, "X");
+    const auto raised = [](const std::function<void()>& call)
+    {
+        try
+        {
+            call();
+        }
+        catch (const Kiv::Exception& e)
+        {
+            return e.GetTypeName() + ": " + e.GetMessage();
+        }
+        return std::string("nothing raised");
+    };
+    // The parent A has a name and no row; 0 is invalid, 9 unknown.
+    for (const NotificationNameId id :
+         {withdrawn, subscribed, NotificationNameId(1), NotificationNameId(0), NotificationNameId(9)})
+    {
+        const std::string before = raised(
+            [&]
+            {
+                manager.EnsureNotificationNameIdIsRegistered("notificationNameId", id,
+                                                             "You cannot send a notification using it.");
+            });
+        EXPECT_NE(before, "nothing raised") << id;
+        EXPECT_EQ(raised([&] { manager.GetSendInfo(id); }), before) << id;
+    }
+    EXPECT_EQ(raised([&] { manager.GetSendInfo(withdrawn); }),
+              Argument +
+                  "The referenced notification \"C\" is not registered. You cannot send a notification "
+                  "using it. (argument 'notificationNameId', value '3')");
+}

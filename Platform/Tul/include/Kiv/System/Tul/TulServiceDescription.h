@@ -37,6 +37,7 @@
 
 #include <tuple>
 #include <type_traits>
+#include <utility>
 
 namespace Kiv::System::Tul
 {
@@ -48,6 +49,16 @@ struct TulMethodTraits<TResult (TClass::*)(TArguments...)>
 {
     using Result = TResult;
     using Arguments = std::tuple<std::decay_t<TArguments>...>;
+
+    /// Calls `method` with `arguments`, which are used up: what it takes by value or by rvalue reference is
+    /// moved, what it takes by reference is lent.
+    template <auto method, class TService>
+    static TResult Call(TService& service, Arguments& arguments)
+    {
+        return std::apply([&service](auto&... argument)
+                          { return (service.*method)(std::forward<TArguments>(argument)...); },
+                          arguments);
+    }
 };
 
 /// The server side of one call of `method`: reads the arguments in order, calls, confirms and writes the
@@ -59,15 +70,14 @@ void TulServe(TService& service, TulServerContext& context)
     typename Traits::Arguments arguments;
     std::apply([&context](auto&... argument) { (TCodec::Read(context.GetReader(), argument), ...); },
                arguments);
-    const auto call = [&service](auto&... argument) { return (service.*method)(argument...); };
     if constexpr (std::is_void_v<typename Traits::Result>)
     {
-        std::apply(call, arguments);
+        Traits::template Call<method>(service, arguments);
         context.GetWriter().WriteConfirmation(false);
     }
     else
     {
-        const typename Traits::Result result = std::apply(call, arguments);
+        const typename Traits::Result result = Traits::template Call<method>(service, arguments);
         context.GetWriter().WriteConfirmation(false);
         TCodec::Write(context.GetWriter(), result);
     }
