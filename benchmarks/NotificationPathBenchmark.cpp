@@ -1598,6 +1598,18 @@ int Drive(const Options& o)
                                  {"Send", false, true, 0}},
                                 run);
          }},
+        {"fan-out-4-non-blocking", "6 processes, non-blocking sender kept fed",
+         [](const Options& opt, int run)
+         {
+             return RunDelivery(opt,
+                                {{"Main", true, false, 0},
+                                 {"Sub1", false, false, 1},
+                                 {"Sub2", false, false, 1},
+                                 {"Sub3", false, false, 1},
+                                 {"Sub4", false, false, 1},
+                                 {"Send", false, true, 0}},
+                                run, {1, true});
+         }},
         {"bridge", "2 systems: sender, broker, bridge, mosquitto (QoS 1), bridge, broker with subscriber",
          [](const Options& opt, int run) { return RunBridge(opt, run); }},
         {"non-blocking", "non-blocking send, caller side (same process)",
