@@ -1534,6 +1534,13 @@ std::string Rounded(double value, double scale)
     return Rounded(Spread{value, value, value}, scale);
 }
 
+/// Sender, broker and four subscribers, each in a process of its own.
+std::vector<ProcessPlan> FanOut4()
+{
+    return {{"Main", true, false, 0},  {"Sub1", false, false, 1}, {"Sub2", false, false, 1},
+            {"Sub3", false, false, 1}, {"Sub4", false, false, 1}, {"Send", false, true, 0}};
+}
+
 struct CountField
 {
     double Counts::*field;
@@ -1587,28 +1594,10 @@ int Drive(const Options& o)
              return RunDelivery(opt, {{"Main", true, false, 1}, {"Send", false, true, 0}}, run);
          }},
         {"fan-out-4", "6 processes: sender, broker, 4 subscribers",
-         [](const Options& opt, int run)
-         {
-             return RunDelivery(opt,
-                                {{"Main", true, false, 0},
-                                 {"Sub1", false, false, 1},
-                                 {"Sub2", false, false, 1},
-                                 {"Sub3", false, false, 1},
-                                 {"Sub4", false, false, 1},
-                                 {"Send", false, true, 0}},
-                                run);
-         }},
+         [](const Options& opt, int run) { return RunDelivery(opt, FanOut4(), run); }},
         {"fan-out-4-non-blocking", "6 processes, non-blocking sender kept fed",
-         [](const Options& opt, int run)
-         {
-             return RunDelivery(opt,
-                                {{"Main", true, false, 0},
-                                 {"Sub1", false, false, 1},
-                                 {"Sub2", false, false, 1},
-                                 {"Sub3", false, false, 1},
-                                 {"Sub4", false, false, 1},
-                                 {"Send", false, true, 0}},
-                                run, {1, true});
+         [](const Options& opt, int run) {
+             return RunDelivery(opt, FanOut4(), run, {1, true});
          }},
         {"bridge", "2 systems: sender, broker, bridge, mosquitto (QoS 1), bridge, broker with subscriber",
          [](const Options& opt, int run) { return RunBridge(opt, run); }},
