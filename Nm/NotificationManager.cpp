@@ -24,9 +24,16 @@ using Services::ToTulString;
 using Services::Internal::INotificationManagerInfoService;
 using Services::Internal::INotificationSendingService;
 
-struct NotificationManager::Impl
+// The non-blocking worker sends its batches through here: this header is public, the batch is not.
+struct NotificationManager::Impl : Internal::NonBlockingNotificationSending::IBatchSending
 {
-    Impl(NotificationManager& manager, unsigned int queueLength) : proxy(manager, queueLength) {}
+    Impl(NotificationManager& manager, unsigned int queueLength)
+        : manager(manager), proxy(manager, queueLength, this)
+    {
+    }
+
+    Internal::NotificationBatchAnswer SendNotifications(
+        const std::vector<Internal::BatchedNotification>& batch) override;
 
     void InitializeServiceNotificationSending()
     {
@@ -61,6 +68,7 @@ struct NotificationManager::Impl
     std::shared_ptr<INotificationManagerInfoService> notificationManagerInfoService;
     /// Set once a call found the broker gone: that is logged once, every call still raises.
     std::atomic<bool> brokerLost{false};
+    NotificationManager& manager;
     Proxy proxy;
 };
 
@@ -148,6 +156,16 @@ NotificationId NotificationManager::SendNotification(NotificationNameId notifica
                     return NotificationId(impl->notificationSendingService->SendNotification(
                         notificationNameId.GetValue(), timestamp, payload));
                 });
+        });
+}
+
+// As a single send: the broker's failures reach the worker in the same words.
+Internal::NotificationBatchAnswer NotificationManager::Impl::SendNotifications(
+    const std::vector<Internal::BatchedNotification>& batch)
+{
+    return manager.CallBroker(
+        [&] {
+            return TranslateSendFailure([&] { return notificationSendingService->SendNotifications(batch); });
         });
 }
 

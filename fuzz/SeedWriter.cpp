@@ -9,8 +9,10 @@
 
 #include "Platform/Tul/Support/EchoService.h"
 
+#include <Nm/Internal/NotificationSendBatch.h>
 #include <Nm/Notification.h>
 #include <Nm/NotificationRegistrationInfo.h>
+#include <Nm/Services/Internal/NotificationBatch.h>
 #include <Nm/Services/Wire.h>
 
 #include <Kiv/Exceptions.h>
@@ -22,6 +24,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,6 +36,7 @@ using Kiv::System::Nm::NotificationRegistrationInfo;
 using Kiv::System::Nm::NotificationRegistrationStatus;
 using Kiv::System::Nm::PayloadTypeId;
 using Kiv::System::Nm::Severity;
+using Kiv::System::Nm::Internal::BatchedNotification;
 using Bytes = std::vector<std::uint8_t>;
 using Variant = Kiv::System::Nm::TulVariant<512>;
 namespace Wire = Kiv::System::Nm::Services::Wire;
@@ -276,7 +280,14 @@ void WriteServiceStubSeeds()
                     [&](RemotingWriter& w) { registration(w), Wire::Write(w, payloadTypeId); });
     SaveStubRequest(Sending, 2, "unregister", [&](RemotingWriter& w) { Wire::Write(w, nameId); });
     SaveStubRequest(Sending, 3, "send", send);
-    SaveStubRequest(Sending, 4, "unknown");
+    SaveStubRequest(
+        Sending, 4, "send-batch",
+        [&](RemotingWriter& w)
+        {
+            Wire::Write(w, std::vector<BatchedNotification>{{NotificationNameId(nameId), utcTime, payload},
+                                                            {NotificationNameId(nameId), utcTime, {}}});
+        });
+    SaveStubRequest(Sending, 5, "unknown");
 
     queries(Info, 1);
     SaveStubRequest(Info, 0, "unknown");
@@ -307,6 +318,20 @@ void WriteServiceStubSeeds()
                                                     Severity::Info, PayloadTypeId(payloadTypeId), payload));
                         // 9 is "Fuzz.Watched", which the fuzzer's subscriber renders.
                         Wire::Write(w, std::vector<std::uint32_t>{nameId, 9});
+                    });
+    SaveStubRequest(Dispatcher, 2, "dispatch-batch",
+                    [&](RemotingWriter& w)
+                    {
+                        Kiv::System::Nm::Services::Internal::NotificationBatch batch;
+                        const std::uint32_t ids[] = {nameId, 9};
+                        for (std::uint64_t id : {7, 8})
+                        {
+                            batch.Add(std::make_shared<Notification>(
+                                          NotificationId(id), NotificationNameId(nameId), utcTime,
+                                          Severity::Info, PayloadTypeId(payloadTypeId), payload),
+                                      ids, id == 7 ? 2 : 1);
+                        }
+                        Wire::Write(w, batch);
                     });
 }
 

@@ -49,6 +49,16 @@ private:
     std::vector<TulVariant<512>> owned;
 };
 }  // namespace Kiv::System::Nm::Services
+namespace Kiv::System::Nm::Services::Internal
+{
+struct NotificationBatch;
+struct DispatchFailure;
+}  // namespace Kiv::System::Nm::Services::Internal
+namespace Kiv::System::Nm::Internal
+{
+struct BatchedNotification;
+struct NotificationBatchAnswer;
+}  // namespace Kiv::System::Nm::Internal
 
 namespace Kiv::System::Nm::Services::Wire
 {
@@ -68,6 +78,13 @@ KIV_API void Write(TulWriter& writer, const std::vector<std::uint32_t>& value);
 KIV_API void Write(TulWriter& writer, const std::vector<TulVariant<512>>& value);
 KIV_API void Write(TulWriter& writer, const Notification& value);
 KIV_API void Write(TulWriter& writer, const NotificationRegistrationInfo& value);
+/// Refuses, before anything is written, a batch whose counts don't match its notifications and ids.
+KIV_API void Write(TulWriter& writer, const Internal::NotificationBatch& value);
+KIV_API void Write(TulWriter& writer, const std::vector<Internal::DispatchFailure>& value);
+/// Refuses more than MaxNotificationBatchLength notifications.
+KIV_API void Write(TulWriter& writer,
+                   const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
+KIV_API void Write(TulWriter& writer, const ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
 
 KIV_API void Read(TulReader& reader, bool& value);
 KIV_API void Read(TulReader& reader, Severity& value);
@@ -93,4 +110,14 @@ inline void Read(TulReader& reader, PayloadArgument& value)
 {
     Read(reader, value.Own());
 }
+/// Into an empty batch. Refuses counts that don't match and payloads that would take more memory than
+/// ServiceManager::GetMaxPayloadMemory allows, all of the batch's together.
+KIV_API void Read(TulReader& reader, Internal::NotificationBatch& value);
+/// Refuses indices that don't ascend strictly, and more failures than that memory bound allows.
+KIV_API void Read(TulReader& reader, std::vector<Internal::DispatchFailure>& value);
+/// Refuses more than MaxNotificationBatchLength notifications, and more payload fields over all of them
+/// than one payload may have.
+KIV_API void Read(TulReader& reader, std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& value);
+/// Refuses an answer with more ids than a batch can have, or a reason to stop that it does not know.
+KIV_API void Read(TulReader& reader, ::Kiv::System::Nm::Internal::NotificationBatchAnswer& value);
 }  // namespace Kiv::System::Nm::Services::Wire

@@ -179,6 +179,19 @@ TEST_F(NmSystemTest, WithOverflowTheRefusedAndTheAcceptedAddUpToTheSent)
               "ok received=" + std::to_string(accepted) + " bad=0");
 }
 
+TEST_F(NmSystemTest, NonBlockingSendsOfAnotherProcessArriveInOrderThroughAShortBrokerQueue)
+{
+    // The short queue refuses parts of the worker's batches again and again.
+    Probe& main = Main(8);
+    Probe& receiver = Client("R", "subscribe Load");
+    Probe& sender = Client("S", "register Load.S");
+    ASSERT_EQ(main.Ask("start"), "ok");
+
+    ASSERT_EQ(sender.Ask("nbflood Load.S 3000"), "ok");
+    EXPECT_EQ(receiver.Ask("report Load 3000"), "ok received=3000 bad=0");
+    EXPECT_EQ(main.Ask("stats"), "ok submitted=3000");
+}
+
 TEST_F(NmSystemTest, AKilledProcessLeavesAsIfCleanlyTheOthersAndALatecomerGetEverythingAndItMayComeBack)
 {
     Probe& main = Main();

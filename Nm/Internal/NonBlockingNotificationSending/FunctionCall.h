@@ -34,6 +34,10 @@ protected:
 
     virtual void DoExecute(INotificationSending& sending) const = 0;
 
+    /// Runs `work` as Execute runs DoExecute: false when a failure finished the Future.
+    template <class TWork>
+    bool RunFinishingOnFailure(TWork&& work) const;
+
     /// Execute is const, as the worker sees the record, yet it writes the result.
     Promise<T>& GetPromise() const { return promise; }
 

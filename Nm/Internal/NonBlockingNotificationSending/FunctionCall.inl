@@ -9,10 +9,18 @@ namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending
 template <class T>
 void FunctionCall<T>::Execute(INotificationSending& sending) const
 {
+    RunFinishingOnFailure([this, &sending] { DoExecute(sending); });
+}
+
+template <class T>
+template <class TWork>
+bool FunctionCall<T>::RunFinishingOnFailure(TWork&& work) const
+{
     // The order of the handlers decides as which type a reader can catch the failure.
     try
     {
-        DoExecute(sending);
+        work();
+        return true;
     }
     catch (const ArgumentException& e)
     {
@@ -26,5 +34,6 @@ void FunctionCall<T>::Execute(INotificationSending& sending) const
     {
         promise.SetException(e);
     }
+    return false;
 }
 }  // namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending

@@ -6,7 +6,11 @@
 #include <Kiv/Exception.h>
 #include <Kiv/Exceptions.h>
 
+#include <cstddef>
+#include <exception>
+#include <type_traits>
 #include <utility>
+#include <variant>
 
 namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending
 {
@@ -24,10 +28,47 @@ ThreadSettings WorkerSettings()
     settings.name = Proxy::ThreadName;
     return settings;
 }
+
+/// The record as a send, or null for a registration, an unregistration or an empty slot.
+const SendNotificationCall* AsSendCall(const FunctionCallVariant& task)
+{
+    return std::visit(
+        [](const auto& call) -> const SendNotificationCall*
+        {
+            if constexpr (std::is_base_of_v<SendNotificationCall, std::decay_t<decltype(call)>>)
+            {
+                return &call;
+            }
+            else
+            {
+                return nullptr;
+            }
+        },
+        task);
+}
+
+bool IsSend(const FunctionCallVariant& task)
+{
+    return AsSendCall(task) != nullptr;
+}
+
+/// An answer that does not fit the batch would mix up the records' results.
+void EnsureAnswerFits(const NotificationBatchAnswer& answer, std::size_t batchLength)
+{
+    const bool fits = answer.stop == NotificationBatchAnswer::Stop::None ? answer.ids.size() == batchLength
+                                                                         : answer.ids.size() < batchLength;
+    if (!fits)
+    {
+        throw InvalidOperationException("Proxy: the broker answered {0} ids to a batch of {1} notifications",
+                                        answer.ids.size(), batchLength);
+    }
+}
 }  // namespace
 
-Proxy::Proxy(INotificationSending& notificationSending, unsigned int queueLength)
+Proxy::Proxy(INotificationSending& notificationSending, unsigned int queueLength, IBatchSending* batchSending)
     : notificationSending(notificationSending),
+      batchSending(batchSending != nullptr ? batchSending
+                                           : dynamic_cast<IBatchSending*>(&notificationSending)),
       queue(queueLength),
       thread(MakeDelegate(this, &Proxy::Worker), nullptr, WorkerSettings())
 {
@@ -159,13 +200,28 @@ void Proxy::EnqueueCallWithFuture(Future<typename TCall::result_type> future, TA
 
 void Proxy::Worker(void*)
 {
-    // A finished record stays here until the next one replaces it.
-    FunctionCallVariant task;
-    while (queue.WaitAndPop(task))
+    // A finished record stays in its slot here until a later one replaces it or its batch is done.
+    std::vector<FunctionCallVariant> tasks(batchSending != nullptr ? MaxNotificationBatchLength : 1);
+    Batch batch;
+    batch.notifications.reserve(tasks.size());
+    batch.calls.reserve(tasks.size());
+    for (;;)
     {
+        const std::uint32_t count = queue.WaitAndPopRun(tasks, IsSend);
+        if (count == 0)
+        {
+            break;
+        }
         try
         {
-            ExecuteTask(task);
+            if (count == 1)
+            {
+                ExecuteTask(tasks[0]);
+            }
+            else
+            {
+                SendBatch(tasks, count, batch);
+            }
         }
         catch (const Exception& e)
         {
@@ -174,6 +230,109 @@ void Proxy::Worker(void*)
                 current != nullptr ? current->GetName() : String(), e.ToString());
         }
         // Anything else leaves the worker: no further record is taken and the buffer fills up.
+    }
+}
+
+void Proxy::SendBatch(std::vector<FunctionCallVariant>& tasks, std::uint32_t count, Batch& batch)
+{
+    batch.notifications.clear();
+    batch.calls.clear();
+    std::exception_ptr foreignFailure;
+    for (std::uint32_t index = 0; index < count; ++index)
+    {
+        const SendNotificationCall* call = AsSendCall(tasks[index]);
+        BatchedNotification& notification = batch.notifications.emplace_back();
+        notification.notificationNameId = call->GetNotificationNameId();
+        notification.timestamp = call->GetTimestamp();
+        bool built = false;
+        try
+        {
+            built = call->BuildPayload(notification.payload);
+        }
+        catch (...)
+        {
+            // As one by one: those before it go out, and then the failure ends the worker.
+            foreignFailure = std::current_exception();
+        }
+        if (!built)
+        {
+            // Its Future holds the failure already, and nothing of it is sent.
+            batch.notifications.pop_back();
+            if (foreignFailure)
+            {
+                break;
+            }
+            continue;
+        }
+        batch.calls.push_back(call);
+    }
+    SendInOrder(batch);
+    for (std::uint32_t index = 1; index < count; ++index)
+    {
+        tasks[index].emplace<EmptyFunctionCall>();
+    }
+    if (foreignFailure)
+    {
+        std::rethrow_exception(foreignFailure);
+    }
+}
+
+void Proxy::SendInOrder(Batch& batch)
+{
+    std::vector<BatchedNotification>& notifications = batch.notifications;
+    std::vector<const SendNotificationCall*>& calls = batch.calls;
+    int sleepDuration = 1;
+    while (!notifications.empty())
+    {
+        if (notifications.size() == 1)
+        {
+            calls[0]->ExecuteWithPayload(notificationSending, notifications[0].payload);
+            break;
+        }
+        NotificationBatchAnswer answer;
+        try
+        {
+            answer = batchSending->SendNotifications(notifications);
+            EnsureAnswerFits(answer, notifications.size());
+        }
+        catch (const Exception&)
+        {
+            // None was taken (a value the wire refuses, say), or the broker is gone: alone, each gets what
+            // a single send gives.
+            for (std::size_t index = 0; index < notifications.size(); ++index)
+            {
+                calls[index]->ExecuteWithPayload(notificationSending, notifications[index].payload);
+            }
+            break;
+        }
+        std::size_t done = answer.ids.size();
+        for (std::size_t index = 0; index < done; ++index)
+        {
+            calls[index]->SetSent(answer.ids[index]);
+        }
+        if (answer.stop == NotificationBatchAnswer::Stop::Failed)
+        {
+            // Alone, it fails in a single send's words.
+            calls[done]->ExecuteWithPayload(notificationSending, notifications[done].payload);
+            ++done;
+        }
+        else if (answer.stop == NotificationBatchAnswer::Stop::Refused)
+        {
+            // The refused one is tried again first, after a pause that grows while it is refused.
+            sleepDuration = done > 0 ? 1 : sleepDuration;
+            SendNotificationCall::Pause(static_cast<unsigned int>(sleepDuration));
+            sleepDuration = calls[done]->IncreaseSleepDuration(sleepDuration);
+        }
+        notifications.erase(notifications.begin(), notifications.begin() + static_cast<std::ptrdiff_t>(done));
+        calls.erase(calls.begin(), calls.begin() + static_cast<std::ptrdiff_t>(done));
+        if (!notifications.empty() && queue.IsStopRequested())
+        {
+            // As one by one: a send being tried again goes on until taken, the records behind it are
+            // dropped.
+            const std::size_t kept = answer.stop == NotificationBatchAnswer::Stop::Refused ? 1 : 0;
+            notifications.resize(kept);
+            calls.resize(kept);
+        }
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <Nm/INonBlockingNotificationSending.h>
 #include <Nm/Internal/NonBlockingNotificationSending/FunctionCallVariant.h>
+#include <Nm/Internal/NonBlockingNotificationSending/IBatchSending.h>
 #include <Nm/Internal/NonBlockingNotificationSending/ThreadSafeRingBuffer.h>
 #include <Nm/NonBlockingNotificationSendingAdapter.h>
 
@@ -11,6 +12,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <vector>
 
 namespace Kiv::System::Nm
 {
@@ -27,6 +29,11 @@ namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending
 /// A full buffer is no error: the request is dropped and the Future is invalid (IsValid() false).
 /// Records still queued when the proxy is destroyed are dropped without running; their Futures stay
 /// pending for ever.
+///
+/// Where the INotificationSending also offers IBatchSending, the worker takes a send together with the
+/// sends queued behind it, up to MaxNotificationBatchLength, and hands them to the broker in one call;
+/// each Future ends as if its record had been sent alone, and the order holds. A lone send, and every
+/// registration and unregistration, runs alone.
 class KIV_API Proxy : public INonBlockingNotificationSending,
                       private Commons::Logging::Loggable<Proxy, false, false>
 {
@@ -36,8 +43,10 @@ public:
     using CreatePayloadFunctorArg = NonBlockingNotificationSendingAdapter::CreatePayloadFunctorArg;
     using CreatePayloadFunction = NonBlockingNotificationSendingAdapter::CreatePayloadFunction;
 
-    /// `notificationSending` is not owned and must outlive the proxy. Returns with the worker running.
-    Proxy(INotificationSending& notificationSending, unsigned int queueLength);
+    /// `notificationSending` is not owned and must outlive the proxy; so must `batchSending`, which, when
+    /// null, is looked for in `notificationSending`. Returns with the worker running.
+    Proxy(INotificationSending& notificationSending, unsigned int queueLength,
+          IBatchSending* batchSending = nullptr);
     Proxy(const Proxy&) = delete;
     Proxy& operator=(const Proxy&) = delete;
     /// Stops the worker after the record it is running, if any, and drops what is still queued. Nobody
@@ -85,6 +94,16 @@ private:
     void Worker(void*);
     void ExecuteTask(FunctionCallVariant& task);
 
+    /// What a batch needs on the worker, kept from one batch to the next so as not to allocate again.
+    struct Batch
+    {
+        std::vector<BatchedNotification> notifications;
+        std::vector<const SendNotificationCall*> calls;
+    };
+    /// The first `count` records of `tasks`, all sends: builds their payloads, then sends them in order.
+    void SendBatch(std::vector<FunctionCallVariant>& tasks, std::uint32_t count, Batch& batch);
+    void SendInOrder(Batch& batch);
+
     template <class TCall, class... TArgs>
     Future<typename TCall::result_type> EnqueueCall(TArgs&&... args);
 
@@ -92,6 +111,7 @@ private:
     void EnqueueCallWithFuture(Future<typename TCall::result_type> future, TArgs&&... args);
 
     INotificationSending& notificationSending;
+    IBatchSending* batchSending;
     ThreadSafeRingBuffer<FunctionCallVariant> queue;
     Commons::Threading::Thread thread;
     bool stopped = false;

@@ -46,6 +46,9 @@ public:
         return true;
     }
 
+    /// The oldest element; only for a buffer that is not empty.
+    const T& Front() const noexcept { return buffer[readIndex]; }
+
     std::uint32_t GetCapacity() const noexcept { return static_cast<std::uint32_t>(buffer.size()); }
     std::uint32_t GetCount() const noexcept { return count; }
     bool IsEmpty() const noexcept { return count == 0; }

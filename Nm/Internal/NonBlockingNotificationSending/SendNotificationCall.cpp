@@ -10,10 +10,11 @@ namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending
 namespace
 {
 std::atomic<SendNotificationCall::SleepFunction> replacedSleep{nullptr};
+}  // namespace
 
-void Pause(unsigned int duration)
+void SendNotificationCall::Pause(unsigned int duration)
 {
-    if (SendNotificationCall::SleepFunction sleep = replacedSleep.load())
+    if (SleepFunction sleep = replacedSleep.load())
     {
         sleep(duration);
     }
@@ -22,7 +23,6 @@ void Pause(unsigned int duration)
         Commons::Threading::Thread::Sleep(duration);
     }
 }
-}  // namespace
 
 SendNotificationCall::SendNotificationCall(const NotificationNameId& notificationNameId,
                                            const DateTime& timestamp)
@@ -46,6 +46,23 @@ void SendNotificationCall::DoExecute(INotificationSending& sending) const
 {
     // Built once: every try sends the same payload, and a failure here ends the call before any send.
     const std::vector<TulVariant<512>> payload = GetPayload();
+    SendUntilTaken(sending, payload);
+}
+
+bool SendNotificationCall::BuildPayload(std::vector<TulVariant<512>>& payload) const
+{
+    return RunFinishingOnFailure([this, &payload] { payload = GetPayload(); });
+}
+
+void SendNotificationCall::ExecuteWithPayload(INotificationSending& sending,
+                                              const std::vector<TulVariant<512>>& payload) const
+{
+    RunFinishingOnFailure([this, &sending, &payload] { SendUntilTaken(sending, payload); });
+}
+
+void SendNotificationCall::SendUntilTaken(INotificationSending& sending,
+                                          const std::vector<TulVariant<512>>& payload) const
+{
     int sleepDuration = 1;
     NotificationId id = sending.SendNotification(notificationNameId, timestamp, payload);
     while (!NotificationWasSent(id))

@@ -37,6 +37,22 @@ public:
     /// Replaces the pause of all send records of the process and returns the one before; null restores
     /// Thread::Sleep. Tests use it to see the sequence of pauses without waiting for them.
     static SleepFunction SetSleepFunction(SleepFunction sleep) noexcept;
+    /// The pause between two tries: Thread::Sleep, or what SetSleepFunction put in its place.
+    static void Pause(unsigned int duration);
+
+    // What a batch of sends needs of each record: the worker builds the payloads, sends them together and
+    // hands each result back.
+
+    NotificationNameId GetNotificationNameId() const noexcept { return notificationNameId; }
+    DateTime GetTimestamp() const noexcept { return timestamp; }
+    /// Builds the payload into `payload`, once. A failure of the Kiv::Exception family finishes the
+    /// Future, as Execute would, and gives false; nothing is to be sent then.
+    bool BuildPayload(std::vector<TulVariant<512>>& payload) const;
+    /// The rest of Execute with a payload built already: sends alone, tries again while refused, and
+    /// finishes the Future with the id or the failure.
+    void ExecuteWithPayload(INotificationSending& sending, const std::vector<TulVariant<512>>& payload) const;
+    /// Finishes the Future with the id that a send of this record got.
+    void SetSent(NotificationId id) const { GetPromise().SetValue(id); }
 
 protected:
     SendNotificationCall(const NotificationNameId& notificationNameId, const DateTime& timestamp);
@@ -51,6 +67,8 @@ protected:
     virtual std::vector<TulVariant<512>> GetPayload() const = 0;
 
 private:
+    void SendUntilTaken(INotificationSending& sending, const std::vector<TulVariant<512>>& payload) const;
+
     NotificationNameId notificationNameId;
     /// The caller's time stamp; a retry does not renew it.
     DateTime timestamp;

@@ -6,6 +6,7 @@
 #include <Kiv/Threading/Mutex.h>
 
 #include <cstdint>
+#include <vector>
 
 namespace Kiv::System::Nm::Internal::NonBlockingNotificationSending
 {
@@ -50,6 +51,45 @@ public:
         }
         RingBuffer<T>::TryPop(target);
         return true;
+    }
+
+    /// As WaitAndPop, into `targets[0]`; if `joins(targets[0])`, the elements behind it for which `joins`
+    /// holds come along, up to `targets.size()` in all, under the same lock. Gives how many were taken,
+    /// 0 once a stop was requested.
+    template <class TJoins>
+    std::uint32_t WaitAndPopRun(std::vector<T>& targets, TJoins joins)
+    {
+        Commons::Threading::Mutex::ScopedLock lock(mutex);
+        for (;;)
+        {
+            if (stopRequested)
+            {
+                return 0;
+            }
+            if (!RingBuffer<T>::IsEmpty())
+            {
+                break;
+            }
+            notEmpty.Wait(mutex);
+        }
+        std::uint32_t taken = 0;
+        RingBuffer<T>::TryPop(targets[taken++]);
+        if (!joins(targets[0]))
+        {
+            return taken;
+        }
+        while (taken < targets.size() && !RingBuffer<T>::IsEmpty() && joins(RingBuffer<T>::Front()))
+        {
+            RingBuffer<T>::TryPop(targets[taken++]);
+        }
+        return taken;
+    }
+
+    /// Whether RequestStop was called.
+    bool IsStopRequested() const
+    {
+        Commons::Threading::Mutex::ScopedLock lock(mutex);
+        return stopRequested;
     }
 
     /// Makes WaitAndPop return false, now and from then on, and returns how many elements were left in

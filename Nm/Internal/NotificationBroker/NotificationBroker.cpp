@@ -14,6 +14,7 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulAfterResponse.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 
 #include <cerrno>
@@ -38,7 +39,7 @@ void Publish()
 /// The process that makes the call being served, by the kernel's word; 0 for this process itself.
 pid_t RemoteCallerPid()
 {
-    const pid_t pid = Tul::TulCallerIdentity::GetCurrent().pid;
+    const pid_t pid = Tul::TulCallerIdentity::GetCurrentPid();
     return pid == getpid() ? 0 : pid;
 }
 
@@ -123,6 +124,44 @@ NotificationId NotificationBroker::SendNotification(NotificationNameId notificat
 {
     LazyInitialization();
     std::shared_lock<std::shared_mutex> lock(stopMutex);
+    return EnqueueNotification(notificationNameId, timestamp, std::move(payload));
+}
+
+NotificationBatchAnswer NotificationBroker::SendNotifications(const std::vector<BatchedNotification>& batch)
+{
+    LazyInitialization();
+    NotificationBatchAnswer answer;
+    answer.ids.reserve(batch.size());
+    std::shared_lock<std::shared_mutex> lock(stopMutex);
+    for (const BatchedNotification& notification : batch)
+    {
+        NotificationId id;
+        try
+        {
+            id = EnqueueNotification(notification.notificationNameId, notification.timestamp,
+                                     std::vector<TulVariant<512>>(notification.payload));
+        }
+        catch (...)
+        {
+            // The sender repeats this one alone, and so gets the failure in a single send's words; what
+            // was taken before it must not be answered by an exception.
+            answer.stop = NotificationBatchAnswer::Stop::Failed;
+            return answer;
+        }
+        if (id.GetValue() == 0)
+        {
+            answer.stop = NotificationBatchAnswer::Stop::Refused;
+            return answer;
+        }
+        answer.ids.push_back(id);
+    }
+    return answer;
+}
+
+NotificationId NotificationBroker::EnqueueNotification(NotificationNameId notificationNameId,
+                                                       DateTime timestamp,
+                                                       std::vector<TulVariant<512>>&& payload)
+{
     if (stopping)
     {
         throw InvalidOperationException(
@@ -133,13 +172,19 @@ NotificationId NotificationBroker::SendNotification(NotificationNameId notificat
     auto notification =
         std::make_shared<Notification>(notificationId, notificationNameId, timestamp, registration.severity,
                                        registration.payloadTypeId, std::move(payload));
-    const bool accepted = notificationQueue.TryPush(std::move(notification));
-    if (!accepted)
+    // A thread serving a remote sender delivers itself, after its response, if the broker's thread is
+    // idle: waking that thread would cost more than the delivery.
+    const auto pushed = notificationQueue.TryPush(std::move(notification), Tul::CanDeferUntilResponded());
+    if (pushed == ThreadSafeQueue<Notification>::Pushed::Refused)
     {
         // A full queue is no failure: the notification is gone and its id stays used.
         return NotificationId(0);
     }
     statistics.OnSendNotification();
+    if (pushed == ThreadSafeQueue<Notification>::Pushed::TakenOver)
+    {
+        brokerThread.HandOverAfterResponse(RemoteCallerPid());
+    }
     return notificationId;
 }
 

@@ -14,6 +14,7 @@
 #include <Nm/Internal/NotificationBroker/StateHolder.h>
 #include <Nm/Internal/NotificationBroker/Statistics.h>
 #include <Nm/Internal/NotificationBroker/SubscriptionState.h>
+#include <Nm/Internal/NotificationSendBatch.h>
 #include <Nm/Internal/ThreadSafeQueue.h>
 #include <Nm/Notification.h>
 
@@ -57,6 +58,9 @@ public:
     /// As above, taking the payload over: what a served request hands on.
     NotificationId SendNotification(NotificationNameId notificationNameId, DateTime timestamp,
                                     std::vector<TulVariant<512>>&& payload);
+    /// Takes the notifications in order, each as SendNotification would, up to the first that the queue
+    /// refuses or that fails; the rest are not looked at. Throws only before it has looked at any.
+    NotificationBatchAnswer SendNotifications(const std::vector<BatchedNotification>& batch);
 
     String GetNotificationName(NotificationNameId notificationNameId) const override;
     /// In the set-up phase an unknown well-formed name is created; afterwards it is refused.
@@ -108,6 +112,10 @@ private:
                        NotificationNameId registration);
     void DropHolding(NotificationDispatcherId dispatcherId, NotificationNameId registration);
     void OnProcessDeparted(pid_t pid);
+
+    /// A send after the start-up work, with stopMutex held shared.
+    NotificationId EnqueueNotification(NotificationNameId notificationNameId, DateTime timestamp,
+                                       std::vector<TulVariant<512>>&& payload);
 
     void LazyInitialization() const;
     void PublishServices() const;

@@ -8,10 +8,13 @@
 #include <fstream>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace Kiv::System::Nm::Internal::NotificationBroker
 {
+using Services::Internal::DispatchFailure;
 using Services::Internal::INotificationDispatcherService;
+using Services::Internal::NotificationBatch;
 using Services::Internal::NotificationDispatcherServiceProxyFactory;
 
 namespace
@@ -43,6 +46,20 @@ public:
 
     void Dispatch(const Notification& notification, const std::vector<std::uint32_t>& nameIds) override
     {
+        Call([&](INotificationDispatcherService& current) { current.Dispatch(notification, nameIds); });
+    }
+
+    std::vector<DispatchFailure> DispatchBatch(const NotificationBatch& batch) override
+    {
+        return Call([&](INotificationDispatcherService& current) { return current.DispatchBatch(batch); });
+    }
+
+private:
+    /// Calls the service of the process, fetched again after a call that failed to reach it, unless the
+    /// process is gone.
+    template <class TCall>
+    auto Call(const TCall& call) -> decltype(call(std::declval<INotificationDispatcherService&>()))
+    {
         std::shared_ptr<INotificationDispatcherService> current;
         {
             std::lock_guard<std::mutex> lock(mutex);
@@ -61,7 +78,7 @@ public:
         }
         try
         {
-            current->Dispatch(notification, nameIds);
+            return call(*current);
         }
         catch (const CommunicationException&)
         {
@@ -71,7 +88,6 @@ public:
         }
     }
 
-private:
     const String name;
     const pid_t pid;
     std::mutex mutex;
@@ -86,7 +102,7 @@ NotificationDispatcherManager::~NotificationDispatcherManager() = default;
 
 NotificationDispatcherId NotificationDispatcherManager::RegisterDispatcher(const String& dispatcherName)
 {
-    return Fresh(dispatchers.Add(dispatcherName, GetNotificationDispatcherService(dispatcherName)));
+    return Fresh(dispatchers.Add(dispatcherName, GetNotificationDispatcherService(dispatcherName), 0));
 }
 
 NotificationDispatcherId NotificationDispatcherManager::Fresh(NotificationDispatcherId id)
@@ -102,7 +118,8 @@ NotificationDispatcherId NotificationDispatcherManager::RegisterDispatcher(const
 {
     return Fresh(dispatchers.Add(dispatcherName,
                                  std::make_shared<RefetchingDispatcherService>(
-                                     dispatcherName, pid, GetNotificationDispatcherService(dispatcherName))));
+                                     dispatcherName, pid, GetNotificationDispatcherService(dispatcherName)),
+                                 pid));
 }
 
 std::size_t NotificationDispatcherManager::RemoveDispatcher(NotificationDispatcherId dispatcherId)

@@ -9,10 +9,11 @@ using Commons::Threading::Mutex;
 
 NotificationDispatcherRepository::NotificationDispatcherRepository() : mutex(true) {}
 
-NotificationDispatcherId NotificationDispatcherRepository::Add(const String& name, ServicePointer service)
+NotificationDispatcherId NotificationDispatcherRepository::Add(const String& name, ServicePointer service,
+                                                               pid_t process)
 {
     Mutex::ScopedLock lock(mutex);
-    RepositoryEntry entry{name, std::move(service)};
+    RepositoryEntry entry{name, std::move(service), process};
     if (FindFirst(PredicateEqualsValue(entry)))
     {
         OnAddDuplicate(entry);
@@ -79,6 +80,13 @@ NotificationDispatcherRepository::ServicePointer NotificationDispatcherRepositor
 {
     Mutex::ScopedLock lock(mutex);
     return GetEntry(id).service;
+}
+
+pid_t NotificationDispatcherRepository::GetProcess(NotificationDispatcherId id) const
+{
+    Mutex::ScopedLock lock(mutex);
+    const auto entry = container.find(id);
+    return entry != container.end() ? entry->second.process : -1;
 }
 
 String NotificationDispatcherRepository::GetDispatcherName(NotificationDispatcherId id) const

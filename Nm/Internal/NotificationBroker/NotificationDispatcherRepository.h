@@ -10,6 +10,8 @@
 #include <cstddef>
 #include <memory>
 
+#include <sys/types.h>
+
 namespace Kiv::System::Nm::Services::Internal
 {
 class INotificationDispatcherService;
@@ -21,6 +23,9 @@ struct NotificationDispatcherRepositoryEntry
 {
     String name;
     std::shared_ptr<Services::Internal::INotificationDispatcherService> service;
+    /// The dispatcher's process: 0 for the broker's own, whose subscribers are called on the broker's
+    /// thread only; -1 when not known.
+    pid_t process = -1;
 
     /// Same name and the very same service object.
     bool operator==(const NotificationDispatcherRepositoryEntry& other) const
@@ -42,13 +47,15 @@ public:
 
     /// A new id, from 1 upward; once the ids are used up, one of a dispatcher that has left. Raises
     /// InvalidOperationException when every id is in use.
-    NotificationDispatcherId Add(const String& name, ServicePointer service);
+    NotificationDispatcherId Add(const String& name, ServicePointer service, pid_t process = -1);
     void Remove(NotificationDispatcherId id);
     bool Contains(NotificationDispatcherId id) const;
     bool Contains(const String& name) const;
     std::size_t Count() const;
     /// Shared, so that a Remove during a running Dispatch can't pull the service away.
     ServicePointer GetService(NotificationDispatcherId id) const;
+    /// The process of the dispatcher, as given to Add; -1 for an unknown id.
+    pid_t GetProcess(NotificationDispatcherId id) const;
     String GetDispatcherName(NotificationDispatcherId id) const;
     NotificationDispatcherId GetDispatcherId(const String& name) const;
 

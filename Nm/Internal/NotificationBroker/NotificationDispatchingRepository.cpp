@@ -55,6 +55,22 @@ NotificationDispatchingRepository::Matches NotificationDispatchingRepository::Ge
     return matches;
 }
 
+void NotificationDispatchingRepository::AppendMatches(const std::vector<NotificationNameId>& nameIds,
+                                                      std::uint32_t notification,
+                                                      std::vector<Match>& matches) const
+{
+    Mutex::ScopedLock lock(mutex);
+    std::uint32_t sequence = 0;
+    for (const NotificationNameId& nameId : nameIds)
+    {
+        auto range = rows.equal_range(nameId);
+        for (auto row = range.first; row != range.second; ++row)
+        {
+            matches.push_back(Match{row->second, notification, sequence++, nameId});
+        }
+    }
+}
+
 std::size_t NotificationDispatchingRepository::RemoveAll(NotificationDispatcherId dispatcherId)
 {
     Mutex::ScopedLock lock(mutex);

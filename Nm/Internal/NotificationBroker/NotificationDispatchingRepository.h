@@ -27,6 +27,26 @@ public:
     bool Contains(NotificationNameId nameId) const;
     bool Contains(NotificationNameId nameId, NotificationDispatcherId dispatcherId) const;
     Matches GetMatches(const std::vector<NotificationNameId>& nameIds) const;
+
+    /// One row that a notification hits, for the broker thread's batches: `sequence` keeps the order of
+    /// the name ids asked for.
+    struct Match
+    {
+        NotificationDispatcherId dispatcherId;
+        std::uint32_t notification = 0;
+        std::uint32_t sequence = 0;
+        NotificationNameId nameId;
+        bool operator<(const Match& other) const noexcept
+        {
+            return dispatcherId != other.dispatcherId   ? dispatcherId < other.dispatcherId
+                   : notification != other.notification ? notification < other.notification
+                                                        : sequence < other.sequence;
+        }
+    };
+    /// Appends the rows of `nameIds` to `matches` as hits of notification `notification`, without
+    /// allocating once `matches` has room: sorted, they give GetMatches' order per notification.
+    void AppendMatches(const std::vector<NotificationNameId>& nameIds, std::uint32_t notification,
+                       std::vector<Match>& matches) const;
     /// Erases every row of the dispatcher, one whose process has gone; returns how many there were.
     std::size_t RemoveAll(NotificationDispatcherId dispatcherId);
 

@@ -74,6 +74,14 @@ std::vector<NotificationNameId> NotificationNameRepository::GetMatchingIds(Notif
     return GetNode(id).GetAllIds();
 }
 
+void NotificationNameRepository::GetMatchingIds(NotificationNameId id,
+                                                std::vector<NotificationNameId>& ids) const
+{
+    ids.clear();
+    Mutex::ScopedLock lock(mutex);
+    GetNode(id).GetAllIds(ids);
+}
+
 void NotificationNameRepository::Remove(NotificationNameId id)
 {
     Mutex::ScopedLock lock(mutex);

@@ -31,6 +31,8 @@ public:
     /// The ids of the name's ancestors from the top down, the name itself last: everything a
     /// notification on this name is delivered to.
     std::vector<NotificationNameId> GetMatchingIds(NotificationNameId id) const;
+    /// The same into `ids`, which is cleared first and keeps its capacity.
+    void GetMatchingIds(NotificationNameId id, std::vector<NotificationNameId>& ids) const;
     /// Takes out a leaf. Leaves the by-name row behind, so nothing may call it while names are looked up
     /// by text; names live as long as the broker.
     void Remove(NotificationNameId id);

@@ -20,9 +20,12 @@
 #include <Kiv/Singleton.h>
 #include <Kiv/System/Tul/ServiceManager.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cstring>
 #include <exception>
 #include <mutex>
+#include <numeric>
 #include <shared_mutex>
 
 namespace Kiv::System::Nm::Internal::NotificationDispatcher
@@ -51,6 +54,35 @@ std::shared_mutex& DeliveryGate()
 std::atomic<NotificationDispatcher*> liveDispatcher{nullptr};
 // A subscriber may dispose the manager from its Notify: that destructor can't wait for its own delivery.
 thread_local int deliveriesOnThisThread = 0;
+
+struct OnThisThread
+{
+    OnThisThread() { ++deliveriesOnThisThread; }
+    ~OnThisThread() { --deliveriesOnThisThread; }
+    OnThisThread(const OnThisThread&) = delete;
+    OnThisThread& operator=(const OnThisThread&) = delete;
+};
+
+/// The process's dispatcher, with the gate held shared (unless this thread delivers already), or null
+/// once it has left the broker: as for a process that has gone, a notification is not its any more.
+NotificationDispatcher* EnterDelivery(std::shared_lock<std::shared_mutex>& gate)
+{
+    if (deliveriesOnThisThread == 0)
+    {
+        gate.lock();
+    }
+    NotificationDispatcher& dispatcher = NotificationDispatcher::GetInstance();
+    return &dispatcher == liveDispatcher.load() ? &dispatcher : nullptr;
+}
+
+DispatchFailure MakeFailure(std::size_t index, const char* text)
+{
+    DispatchFailure failure;
+    failure.index = static_cast<std::uint32_t>(index);
+    // A longer text is cut: the answer carries at most what fits.
+    failure.message = TulString<512>(text, std::min(std::strlen(text), TulString<512>::MaxStringSize - 1));
+    return failure;
+}
 }  // namespace
 
 NotificationDispatcher::NotificationDispatcher()
@@ -94,22 +126,40 @@ void NotificationDispatcher::DispatchToProcessDispatcher(
     const Notification& notification, const std::vector<NotificationNameId>& notificationNameIds)
 {
     std::shared_lock<std::shared_mutex> gate(DeliveryGate(), std::defer_lock);
-    if (deliveriesOnThisThread == 0)
+    NotificationDispatcher* dispatcher = EnterDelivery(gate);
+    if (dispatcher == nullptr)
     {
-        gate.lock();
-    }
-    NotificationDispatcher& dispatcher = GetInstance();
-    if (&dispatcher != liveDispatcher.load())
-    {
-        // It has left the broker: as for a process that has gone, the notification is not its any more.
         return;
     }
-    struct OnThisThread
+    OnThisThread delivering;
+    dispatcher->Dispatch(notification, notificationNameIds);
+}
+
+void NotificationDispatcher::DispatchToProcessDispatcher(
+    const Notification& notification, const std::vector<std::uint32_t>& notificationNameIds)
+{
+    std::shared_lock<std::shared_mutex> gate(DeliveryGate(), std::defer_lock);
+    NotificationDispatcher* dispatcher = EnterDelivery(gate);
+    if (dispatcher == nullptr)
     {
-        OnThisThread() { ++deliveriesOnThisThread; }
-        ~OnThisThread() { --deliveriesOnThisThread; }
-    } delivering;
-    dispatcher.Dispatch(notification, notificationNameIds);
+        return;
+    }
+    OnThisThread delivering;
+    Mutex::ScopedLock lock(dispatcher->dispatchMutex);
+    dispatcher->DeliverUnsynced(notification, notificationNameIds.data(), notificationNameIds.size());
+}
+
+std::vector<DispatchFailure> NotificationDispatcher::DispatchBatchToProcessDispatcher(
+    const NotificationBatch& batch)
+{
+    std::shared_lock<std::shared_mutex> gate(DeliveryGate(), std::defer_lock);
+    NotificationDispatcher* dispatcher = EnterDelivery(gate);
+    if (dispatcher == nullptr)
+    {
+        return {};
+    }
+    OnThisThread delivering;
+    return dispatcher->DispatchBatch(batch);
 }
 
 String NotificationDispatcher::GetExceptionNotificationName()
@@ -196,12 +246,71 @@ void NotificationDispatcher::Dispatch(const Notification& notification,
                                       const std::vector<NotificationNameId>& notificationNameIds)
 {
     Mutex::ScopedLock lock(dispatchMutex);
-    const auto snapshot = subscriptionRepository.GetSubscribersFor(notificationNameIds);
-    for (const auto& entry : snapshot)
+    DeliverUnsynced(notification, notificationNameIds.data(), notificationNameIds.size());
+}
+
+std::vector<DispatchFailure> NotificationDispatcher::DispatchBatch(const NotificationBatch& batch)
+{
+    const std::size_t count = batch.notifications.size();
+    const std::uint64_t ids =
+        std::accumulate(batch.nameIdCounts.begin(), batch.nameIdCounts.end(), std::uint64_t{0});
+    if (batch.nameIdCounts.size() != count || ids != batch.nameIds.size() ||
+        std::find(batch.notifications.begin(), batch.notifications.end(), nullptr) !=
+            batch.notifications.end())
+    {
+        throw ArgumentException(
+            "A batch of {0} notifications with {1} id counts for {2} ids can't be delivered", count,
+            batch.nameIdCounts.size(), batch.nameIds.size());
+    }
+    std::vector<DispatchFailure> failures;
+    Mutex::ScopedLock lock(dispatchMutex);
+    const std::uint32_t* nameIds = batch.nameIds.data();
+    for (std::size_t index = 0; index < count; ++index)
     {
         try
         {
-            entry.subscriber->Notify(notification);
+            DeliverUnsynced(*batch.notifications[index], nameIds, batch.nameIdCounts[index]);
+        }
+        catch (const Exception& e)
+        {
+            failures.push_back(MakeFailure(index, e.ToString().c_str()));
+        }
+        catch (const std::exception& e)
+        {
+            failures.push_back(MakeFailure(index, e.what()));
+        }
+        catch (...)
+        {
+            failures.push_back(MakeFailure(index, "unknown exception type"));
+        }
+        nameIds += batch.nameIdCounts[index];
+    }
+    return failures;
+}
+
+template <class TId>
+void NotificationDispatcher::DeliverUnsynced(const Notification& notification, const TId* notificationNameIds,
+                                             std::size_t count)
+{
+    // Entries from `start` on are this delivery's; they are cut off however it ends.
+    const std::size_t start = snapshots.size();
+    struct CutBack
+    {
+        std::vector<NotificationSubscriptionRepository::SubscriptionInfo>& snapshots;
+        std::size_t start;
+        ~CutBack()
+        {
+            snapshots.erase(snapshots.begin() + static_cast<std::ptrdiff_t>(start), snapshots.end());
+        }
+    } cutBack{snapshots, start};
+    subscriptionRepository.AppendSubscribersFor(notificationNameIds, count, snapshots);
+    const std::size_t end = snapshots.size();
+    // By index: a nested delivery may grow the buffer and move it.
+    for (std::size_t index = start; index < end; ++index)
+    {
+        try
+        {
+            snapshots[index].subscriber->Notify(notification);
         }
         catch (const Exception& e)
         {

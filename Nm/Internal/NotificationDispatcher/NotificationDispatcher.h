@@ -4,6 +4,7 @@
 #include <Nm/INotificationReceiving.h>
 #include <Nm/Internal/NotificationDispatcher/INotificationDispatcher.h>
 #include <Nm/Internal/NotificationDispatcher/NotificationSubscriptionRepository.h>
+#include <Nm/Services/Internal/NotificationBatch.h>
 
 #include <Kiv/Export.h>
 #include <Kiv/Logging/Loggable.h>
@@ -49,6 +50,13 @@ public:
     void Unsubscribe(NotificationNameId notificationNameId, INotificationSubscriber* subscriber) override;
     void UnsubscribeFromAll(INotificationSubscriber* subscriber) override;
 
+    /// Delivers each notification of `batch` in order as Dispatch would, under one hold of the lock. What
+    /// a delivery throws out of Dispatch (its report of a failed subscriber failed) becomes the failure of
+    /// that notification, and the next one is still delivered. A batch whose counts don't match its
+    /// notifications and ids is refused before anything is delivered.
+    std::vector<Services::Internal::DispatchFailure> DispatchBatch(
+        const Services::Internal::NotificationBatch& batch);
+
     /// Gives `newSubscriber` the subscriptions of `oldSubscriber`, after dropping its own.
     void ReplaceSubscriber(const INotificationSubscriber* oldSubscriber,
                            INotificationSubscriber* newSubscriber);
@@ -65,6 +73,12 @@ public:
     /// while the destructor runs, so a delivery and the destructor meet at a gate outside the object.
     static void DispatchToProcessDispatcher(const Notification& notification,
                                             const std::vector<NotificationNameId>& notificationNameIds);
+    /// With the ids as they cross the wire, without a converted copy of them.
+    static void DispatchToProcessDispatcher(const Notification& notification,
+                                            const std::vector<std::uint32_t>& notificationNameIds);
+    /// The same for a batch; a dispatcher that has left answers with no failures.
+    static std::vector<Services::Internal::DispatchFailure> DispatchBatchToProcessDispatcher(
+        const Services::Internal::NotificationBatch& batch);
 
 private:
     void PublishService();
@@ -82,6 +96,8 @@ private:
     void RegisterNotificationDispatch(NotificationNameId notificationNameId);
     void RemoveNotificationDispatchIfNoSubscribers(NotificationNameId notificationNameId);
     void UnsubscribeFromAllUnsynced(INotificationSubscriber* subscriber);
+    template <class TId>
+    void DeliverUnsynced(const Notification& notification, const TId* notificationNameIds, std::size_t count);
     void ThrowIfNotificationNameIsInvalid(const String& notificationName) const;
     void ThrowIfNotificationNameIdIsInvalid(NotificationNameId notificationNameId) const;
     void ThrowIfSubscriberIsInvalid(const INotificationSubscriber* subscriber) const;
@@ -96,6 +112,10 @@ private:
     std::shared_ptr<Services::Internal::INotificationSendingService> notificationSendingService;
     NotificationSubscriptionRepository subscriptionRepository;
     mutable Commons::Threading::Mutex dispatchMutex;
+    /// The subscribers of the deliveries under way, guarded by dispatchMutex: kept between deliveries so
+    /// that matching allocates nothing once it has grown, and a delivery nested in a subscriber's Notify
+    /// takes the entries behind the outer one's and cuts them off when it ends.
+    std::vector<NotificationSubscriptionRepository::SubscriptionInfo> snapshots;
     NotificationNameId exceptionNotificationNameId;
 };
 }  // namespace Kiv::System::Nm::Internal::NotificationDispatcher

@@ -20,6 +20,40 @@ const void* AsPointer(const INotificationSubscriber* subscriber)
 {
     return static_cast<const void*>(subscriber);
 }
+
+NotificationNameId AsId(NotificationNameId id)
+{
+    return id;
+}
+
+NotificationNameId AsId(std::uint32_t id)
+{
+    return NotificationNameId(id);
+}
+
+using SubscriptionInfo = NotificationSubscriptionRepository::SubscriptionInfo;
+using Snapshot = std::vector<SubscriptionInfo>;
+
+/// Each subscriber of [begin, end) once, with its lowest sequence, then in order of sequence; sorting
+/// in place allocates nothing.
+Snapshot::iterator KeepFirstOfEachSubscriber(Snapshot::iterator begin, Snapshot::iterator end)
+{
+    std::sort(begin, end,
+              [](const SubscriptionInfo& a, const SubscriptionInfo& b)
+              {
+                  if (a.subscriber != b.subscriber)
+                  {
+                      return AsNumber(a.subscriber) < AsNumber(b.subscriber);
+                  }
+                  return a.sequence < b.sequence;
+              });
+    end = std::unique(begin, end,
+                      [](const SubscriptionInfo& a, const SubscriptionInfo& b)
+                      { return a.subscriber == b.subscriber; });
+    std::sort(begin, end,
+              [](const SubscriptionInfo& a, const SubscriptionInfo& b) { return a.sequence < b.sequence; });
+    return end;
+}
 }  // namespace
 
 NotificationSubscriptionRepository::NotificationSubscriptionRepository() : repositoryMutex(true)
@@ -142,10 +176,42 @@ NotificationSubscriptionRepository::GetSubscriptionInfosFor(const std::vector<No
 std::vector<NotificationSubscriptionRepository::SubscriptionInfo>
 NotificationSubscriptionRepository::GetSubscribersFor(const std::vector<NotificationNameId>& ids) const
 {
-    std::vector<SubscriptionInfo> snapshot = GetSubscriptionInfosFor(ids);
-    RemoveDuplicateSubSubscribers(snapshot);
-    SortSubscriptionInfosBySequence(snapshot);
+    std::vector<SubscriptionInfo> snapshot;
+    AppendSubscribersFor(ids.data(), ids.size(), snapshot);
     return snapshot;
+}
+
+template <class TId>
+static void AppendSubscribers(const NotificationSubscriptionRepository::Table& subscriptions, const TId* ids,
+                              std::size_t count, Snapshot& snapshot)
+{
+    const std::size_t start = snapshot.size();
+    for (std::size_t index = 0; index < count; ++index)
+    {
+        const auto range = subscriptions.equal_range(AsId(ids[index]));
+        for (auto entry = range.first; entry != range.second; ++entry)
+        {
+            snapshot.push_back(entry->second);
+        }
+    }
+    snapshot.erase(
+        KeepFirstOfEachSubscriber(snapshot.begin() + static_cast<std::ptrdiff_t>(start), snapshot.end()),
+        snapshot.end());
+}
+
+void NotificationSubscriptionRepository::AppendSubscribersFor(const NotificationNameId* ids,
+                                                              std::size_t count,
+                                                              std::vector<SubscriptionInfo>& snapshot) const
+{
+    Mutex::ScopedLock lock(repositoryMutex);
+    AppendSubscribers(subscriptions, ids, count, snapshot);
+}
+
+void NotificationSubscriptionRepository::AppendSubscribersFor(const std::uint32_t* ids, std::size_t count,
+                                                              std::vector<SubscriptionInfo>& snapshot) const
+{
+    Mutex::ScopedLock lock(repositoryMutex);
+    AppendSubscribers(subscriptions, ids, count, snapshot);
 }
 
 std::vector<INotificationSubscriber*> NotificationSubscriptionRepository::GetSubscriberPointersFor(

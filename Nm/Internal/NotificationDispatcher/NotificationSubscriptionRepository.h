@@ -6,6 +6,8 @@
 
 #include <Kiv/Threading/Mutex.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -53,6 +55,13 @@ public:
     std::vector<SubscriptionInfo> GetSubscriptionInfosFor(const std::vector<NotificationNameId>& ids) const;
     /// Each subscriber of any of `ids` once, ordered by its lowest sequence among them.
     std::vector<SubscriptionInfo> GetSubscribersFor(const std::vector<NotificationNameId>& ids) const;
+    /// The same, appended to `snapshot` behind what it holds, which stays as it was: a delivery keeps one
+    /// buffer across notifications and a nested delivery appends behind the outer one's.
+    void AppendSubscribersFor(const NotificationNameId* ids, std::size_t count,
+                              std::vector<SubscriptionInfo>& snapshot) const;
+    /// With the ids as they cross the wire.
+    void AppendSubscribersFor(const std::uint32_t* ids, std::size_t count,
+                              std::vector<SubscriptionInfo>& snapshot) const;
     std::vector<INotificationSubscriber*> GetSubscriberPointersFor(
         const std::vector<NotificationNameId>& ids) const;
     void RemoveDuplicateSubSubscribers(std::vector<SubscriptionInfo>& infos) const;

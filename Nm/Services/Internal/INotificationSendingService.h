@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Nm/Internal/NotificationSendBatch.h>
 #include <Nm/Services/ServiceDescription.h>
 #include <Nm/Severity.h>
 #include <Nm/TulString.h>
@@ -31,6 +32,9 @@ public:
     /// A served request's payload goes on into the notification without a copy.
     virtual std::uint64_t SendNotification(std::uint32_t notificationNameId, DateTime timestamp,
                                            PayloadArgument payload) = 0;
+    /// Sends the notifications in order in one call, up to the first that the broker does not take.
+    virtual ::Kiv::System::Nm::Internal::NotificationBatchAnswer SendNotifications(
+        const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& batch) = 0;
 };
 
 /// Operation(method id, result, name, argument types in wire order), in the order of the interface.
@@ -40,7 +44,9 @@ public:
               const TulString<512>&, const TulString<512>&, Severity, std::uint16_t) \
     Operation(2, void, UnregisterNotification, std::uint32_t)                        \
     Operation(3, std::uint64_t, SendNotification,                                    \
-              std::uint32_t, DateTime, PayloadArgument)
+              std::uint32_t, DateTime, PayloadArgument)                                 \
+    Operation(4, ::Kiv::System::Nm::Internal::NotificationBatchAnswer, SendNotifications,           \
+              const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>&)
 // clang-format on
 
 struct NotificationSendingServiceDescription : ServiceDescription<INotificationSendingService>

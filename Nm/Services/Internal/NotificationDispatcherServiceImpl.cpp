@@ -8,7 +8,14 @@ namespace Kiv::System::Nm::Services::Internal
 void NotificationDispatcherServiceImpl::Dispatch(const Notification& notification,
                                                  const std::vector<std::uint32_t>& nameIds)
 {
-    Nm::Internal::NotificationDispatcher::NotificationDispatcher::DispatchToProcessDispatcher(
-        notification, ConvertRawIdsToIdTypes<NotificationNameId>(nameIds));
+    // The ids go on as they came: no converted copy per notification.
+    Nm::Internal::NotificationDispatcher::NotificationDispatcher::DispatchToProcessDispatcher(notification,
+                                                                                              nameIds);
+}
+
+std::vector<DispatchFailure> NotificationDispatcherServiceImpl::DispatchBatch(const NotificationBatch& batch)
+{
+    return Nm::Internal::NotificationDispatcher::NotificationDispatcher::DispatchBatchToProcessDispatcher(
+        batch);
 }
 }  // namespace Kiv::System::Nm::Services::Internal

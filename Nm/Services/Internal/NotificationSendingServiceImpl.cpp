@@ -27,4 +27,10 @@ std::uint64_t NotificationSendingServiceImpl::SendNotification(std::uint32_t not
         .SendNotification(NotificationNameId(notificationNameId), timestamp, std::move(payload).Take())
         .GetValue();
 }
+
+Kiv::System::Nm::Internal::NotificationBatchAnswer NotificationSendingServiceImpl::SendNotifications(
+    const std::vector<::Kiv::System::Nm::Internal::BatchedNotification>& batch)
+{
+    return Broker().SendNotifications(batch);
+}
 }  // namespace Kiv::System::Nm::Services::Internal

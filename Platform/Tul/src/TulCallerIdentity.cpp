@@ -38,6 +38,11 @@ TulCallerIdentity TulCallerIdentity::GetCurrent() noexcept
     return currentCaller != nullptr ? *currentCaller : GetProcessIdentity();
 }
 
+pid_t TulCallerIdentity::GetCurrentPid() noexcept
+{
+    return currentCaller != nullptr ? currentCaller->pid : getpid();
+}
+
 TulCallerIdentity::Scope::Scope(const TulCallerIdentity& caller) noexcept
     : previous(currentCaller), caller(caller)
 {

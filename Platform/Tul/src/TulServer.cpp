@@ -9,6 +9,7 @@
 #include <Kiv/System/Tul/ITulServiceStub.h>
 #include <Kiv/System/Tul/RemotingReader.h>
 #include <Kiv/System/Tul/RemotingWriter.h>
+#include <Kiv/System/Tul/TulAfterResponse.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
 #include <Kiv/System/Tul/TulServerContext.h>
 
@@ -432,6 +433,8 @@ String TulServer::ServeRequests(Connection& connection)
             return waited == IoResult::Closed ? String() : DescribeFailure(waited, "waiting for a request");
         }
         const auto deadline = Clock::now() + settings.callTimeLimit;
+        // What the served operation leaves for after its response runs when this pass ends, however.
+        AfterResponseSlot afterResponse;
         FrameHeader header;
         IoResult received = reader.ReceiveHeader(connection.fd, header, deadline);
         writer.Reset();
@@ -471,8 +474,10 @@ String TulServer::ServeRequests(Connection& connection)
                 received = reader.ReceiveBody(connection.fd, body, header.GetBodySize(), deadline);
                 if (received == IoResult::Ok)
                 {
+                    afterResponse.Open();
                     Handle(registry, connection.providerName, connection.caller, header, publication, body,
                            writer, stubs);
+                    afterResponse.Close();
                 }
             }
         }

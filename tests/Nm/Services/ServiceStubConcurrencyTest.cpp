@@ -68,12 +68,12 @@ protected:
 TEST_F(ServiceStubTest, EveryStubAbortsAMethodIdOutsideItsInterfaceAndThePublicOneAsksThePolicyFirst)
 {
     const std::tuple<const char*, Tul::ITulServiceFactory*, int> services[] = {
-        {"Kiv", &Nm::Services::Internal::NotificationSendingServiceFactory::GetInstance(), 3},
+        {"Kiv", &Nm::Services::Internal::NotificationSendingServiceFactory::GetInstance(), 4},
         {"Kiv", &Nm::Services::Internal::NotificationManagerInfoServiceFactory::GetInstance(), 9},
         {"Kiv", &Nm::Services::Internal::NotificationDispatcherManagerServiceFactory::GetInstance(), 5},
         {"Kiv", &Nm::Services::Internal::SubscriptionStateServiceFactory::GetInstance(), 3},
         {"Kiv", &Nm::Services::NotificationManagerServiceFactory::GetInstance(), 11},
-        {"ProcessA", &Nm::Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), 1},
+        {"ProcessA", &Nm::Services::Internal::NotificationDispatcherServiceFactory::GetInstance(), 2},
     };
     for (const auto& [provider, factory, methods] : services)
     {

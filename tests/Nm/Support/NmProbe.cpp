@@ -216,6 +216,24 @@ public:
                 StringPayload(rest.c_str()));
             return future.IsValid() ? "ok" : "error refused";
         }
+        else if (command == "nbflood")
+        {
+            // `rest` notifications through the non-blocking path as one numbered stream; a refusal of the
+            // ring buffer is tried again, so that the stream has no gap.
+            const NotificationNameId id = registrations.at(name).GetNotificationNameId();
+            for (long i = 0; i < std::stol(rest); ++i)
+            {
+                const auto text = processName + "/nb " + std::to_string(i);
+                while (!Manager()
+                            .NonBlockingSendNotification(id, Kiv::DateTime::GetUtcNow(),
+                                                         StringPayload(text.c_str()))
+                            .IsValid())
+                {
+                    std::this_thread::yield();
+                }
+            }
+            return std::string("ok");
+        }
         else if (command == "send")
         {
             // To a registered name, or else to the raw name id given.

@@ -136,3 +136,37 @@ TEST(TulTransportConcurrencyTest, AServiceThatItsProviderPublishesAMomentLaterIs
     Kiv::System::Tul::Testing::UseNewTransport();
     ServiceManager::Configure(original);
 }
+
+TEST(TulTransportConcurrencyTest, WorkLeftForAfterTheResponseRunsOnTheServingThreadOnceTheCallerHasItsAnswer)
+{
+    Kiv::System::Tul::Testing::UseNewTransport();
+    const TulSettings original = ServiceManager::GetSettings();
+    TulSettings settings = original;
+    settings.marshalLocalCalls = true;
+    settings.callTimeLimit = 60s;
+    ServiceManager::Configure(settings);
+    Echo::EchoServiceFactory factory;
+    ServiceManager::PublishService("P", Echo::serviceName, factory);
+    std::atomic<bool> answered{false}, sawAnswer{false}, ran{false};
+    std::atomic<std::thread::id> ranOn{};
+    Echo::afterResponse = [&]
+    {
+        // Were it run before the response went out, the caller would not get its answer and this waits
+        // in vain.
+        sawAnswer = Kiv::Testing::WaitFor([&] { return answered.load(); }, 30s);
+        ranOn = std::this_thread::get_id();
+        ran = true;
+    };
+    EXPECT_FALSE(CanDeferUntilResponded()) << "a thread that serves no call takes no work";
+    EXPECT_FALSE(DeferUntilResponded([](void*) noexcept {}, nullptr));
+    const auto echo = Echo::GetEcho("P");
+    EXPECT_EQ(echo->Echo("after response"), "taken true, again false");
+    answered = true;
+    ASSERT_TRUE(Kiv::Testing::WaitFor([&] { return ran.load(); }, 60s));
+    EXPECT_TRUE(sawAnswer.load());
+    EXPECT_NE(ranOn.load(), std::this_thread::get_id());
+    EXPECT_EQ(echo->Echo("x"), "x") << "the connection serves on";
+    Kiv::System::Tul::Testing::UseNewTransport();
+    Echo::afterResponse = nullptr;
+    ServiceManager::Configure(original);
+}

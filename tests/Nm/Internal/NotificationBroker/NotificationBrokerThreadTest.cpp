@@ -7,6 +7,7 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/Logging/CapturingSink.h>
+#include <Kiv/System/Tul/TulAfterResponse.h>
 
 #include <Support/WaitFor.h>
 
@@ -27,6 +28,7 @@ using Kiv::System::Nm::Internal::ThreadSafeQueue;
 using Kiv::Testing::WaitFor;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
 
 namespace
 {
@@ -41,6 +43,29 @@ public:
     {
         dispatch(notification, nameIds);
     }
+    /// Each notification as its own call; what one throws is its failure.
+    std::vector<Services::Internal::DispatchFailure> DispatchBatch(
+        const Services::Internal::NotificationBatch& batch) override
+    {
+        ++batches;
+        std::vector<Services::Internal::DispatchFailure> failures;
+        for (std::uint32_t index = 0, first = 0; index < batch.Size(); first += batch.nameIdCounts[index++])
+        {
+            try
+            {
+                dispatch(
+                    *batch.notifications[index],
+                    {batch.nameIds.data() + first, batch.nameIds.data() + first + batch.nameIdCounts[index]});
+            }
+            catch (const std::exception& e)
+            {
+                failures.push_back({index, TulString<512>(e.what())});
+            }
+        }
+        return failures;
+    }
+
+    std::atomic<int> batches{0};
 
 private:
     DispatchFunction dispatch;
@@ -50,19 +75,23 @@ template <std::uint32_t Capacity>
 class BrokerThreadFixture : public ::testing::Test
 {
 protected:
-    /// Its deliveries are kept as "<dispatcher> <notification id>: <name ids>"; `first` runs before.
+    /// Its deliveries are kept as "<dispatcher> <notification id>: <name ids>" and the thread of each;
+    /// `first` runs before and may throw.
     void AddDispatcher(
-        const std::string& name, std::function<void()> first = [] {})
+        const std::string& name, std::function<void(const Notification&)> first = [](const Notification&) {},
+        pid_t process = -1)
     {
         auto service = std::make_shared<FakeDispatcher>(
             [this, name, first](const Notification& notification, const std::vector<std::uint32_t>& nameIds)
             {
-                first();
+                first(notification);
                 std::lock_guard<std::mutex> lock(mutex);
                 deliveries.push_back(
                     fmt::format("{} {}: {}", name, notification.GetId(), fmt::join(nameIds, " ")));
+                threads.push_back(std::this_thread::get_id());
             });
-        ids[name] = dispatchers.Add(name.c_str(), service);
+        services[name] = service;
+        ids[name] = dispatchers.Add(name.c_str(), service, process);
     }
 
     void Want(const std::string& dispatcher, const char* name)
@@ -88,8 +117,16 @@ protected:
         return deliveries;
     }
 
+    std::vector<std::thread::id> Threads()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return threads;
+    }
+
     std::mutex mutex;
     std::vector<std::string> deliveries;
+    std::vector<std::thread::id> threads;
+    std::map<std::string, std::shared_ptr<FakeDispatcher>> services;
     std::map<std::string, NotificationDispatcherId> ids;
     NotificationNameRepository names;
     NotificationDispatcherRepository dispatchers;
@@ -101,21 +138,30 @@ using NotificationBrokerThreadTest = BrokerThreadFixture<16>;
 using NotificationBrokerThreadCapacityOneTest = BrokerThreadFixture<1>;
 }  // namespace
 
-TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdAndAFailureCostsOnlyItsNotification)
+TEST_F(NotificationBrokerThreadTest,
+       WaitingNotificationsGoToEachDispatcherInOneCallAndAFailureCostsOnlyItsOwn)
 {
     CapturingSink log;
-    AddDispatcher("failing", [] { throw Kiv::InvalidOperationException("dispatcher failing failed"); });
+    AddDispatcher("failing",
+                  [](const Notification& notification)
+                  {
+                      if (notification.GetId() == NotificationId(13))
+                      {
+                          throw Kiv::InvalidOperationException("dispatcher failing failed");
+                      }
+                  });
     AddDispatcher("first");
     AddDispatcher("second");
     Want("second", "A.B.C");
     Want("first", "A.B");
     Want("first", "A");
     Want("failing", "Z");
+    Want("failing", "Y");
     Want("second", "Z");
     Want("second", "B");
     dispatchTable.Add(names.AddOrGetId("C"), NotificationDispatcherId(99));
     for (const auto& [id, name] : std::vector<std::pair<int, const char*>>{
-             {10, "A.B.C"}, {11, "A.B"}, {12, "Q"}, {13, "Z"}, {14, "C"}, {15, "B"}})
+             {10, "A.B.C"}, {11, "A.B"}, {12, "Q"}, {13, "Z"}, {14, "C"}, {15, "B"}, {16, "Y"}})
     {
         ASSERT_TRUE(queue.TryPush(MakeNotification(id, name)));
     }
@@ -123,15 +169,111 @@ TEST_F(NotificationBrokerThreadTest, OneDispatchPerDispatcherInAscendingIdAndAFa
     thread->Start();
     thread.reset();
 
-    // Name ids: A 1, A.B 2, A.B.C 3, Z 4, B 5. The dispatcher behind the failing one misses 13.
-    EXPECT_THAT(Deliveries(), ElementsAre("first 10: 1 2", "second 10: 3", "first 11: 1 2", "second 15: 5"));
+    // Name ids: A 1, A.B 2, A.B.C 3, Z 4, Y 5, B 6. All seven wait at the start: one batch per dispatcher,
+    // in queue order; 13 failed at "failing", so "second" behind it doesn't get it.
+    EXPECT_THAT(Deliveries(), ElementsAre("failing 16: 5", "first 10: 1 2", "first 11: 1 2", "second 10: 3",
+                                          "second 15: 6"));
+    EXPECT_EQ(services["failing"]->batches, 1);
+    EXPECT_EQ(services["first"]->batches, 1);
+    EXPECT_EQ(services["second"]->batches, 1);
     const auto records = log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBrokerThread");
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0].level, 3);
     EXPECT_THAT(records[0].text,
-                HasSubstr("Caught exception during notification dispatch: dispatcher failing failed "
-                          "(Kiv::InvalidOperationException)"));
+                HasSubstr("Caught exception during notification dispatch: dispatcher failing failed"));
     EXPECT_THAT(records[1].text, HasSubstr("NotificationDispatcherRepository:: tried to query unknown: 99"));
+
+    // One notification alone takes the one-notification call, and a dispatcher that throws costs it the
+    // dispatchers behind.
+    auto again = MakeThread();
+    again->Start();
+    ASSERT_TRUE(queue.TryPush(MakeNotification(13, "Z")));
+    again.reset();
+    EXPECT_EQ(Deliveries().size(), 5u);
+    EXPECT_EQ(services["failing"]->batches, 1);
+    EXPECT_EQ(log.GetRecords("Kiv.System.Nm.Internal.NotificationBroker.NotificationBrokerThread").size(),
+              3u);
+}
+
+TEST_F(NotificationBrokerThreadTest,
+       AServingThreadDeliversForAnIdleThreadAfterItsResponseButNotToTheOwnOrTheCallersProcess)
+{
+    const pid_t caller = 4242;
+    AddDispatcher(
+        "own", [](const Notification&) {}, 0);
+    AddDispatcher(
+        "caller", [](const Notification&) {}, caller);
+    AddDispatcher(
+        "remote", [](const Notification&) {}, 777);
+    AddDispatcher(
+        "other", [](const Notification&) {}, 778);
+    Want("own", "Own");
+    Want("caller", "Caller");
+    Want("remote", "A");
+    Want("other", "Other");
+    auto thread = MakeThread();
+    thread->Start();
+    using Pushed = ThreadSafeQueue<Notification>::Pushed;
+    // Pushes notification `id` until a push finds the thread waiting and takes its part over; those
+    // queued meanwhile are delivered by the thread. Gives the number of deliveries before.
+    const auto takeOver = [&](int id)
+    {
+        for (;;)
+        {
+            const std::size_t before = Deliveries().size();
+            if (queue.TryPush(MakeNotification(id, "A"), true) == Pushed::TakenOver)
+            {
+                return before;
+            }
+            EXPECT_TRUE(WaitFor([&] { return Deliveries().size() == before + 1; }));
+        }
+    };
+    // Outside a served call the part goes back at once, and the broker's thread delivers.
+    const std::size_t before = takeOver(1);
+    thread->HandOverAfterResponse(caller);
+    ASSERT_TRUE(WaitFor([&] { return Deliveries().size() == before + 1; }));
+    EXPECT_NE(Threads().back(), std::this_thread::get_id());
+
+    // In a served call, nothing moves until the response is out; then this thread delivers up to the
+    // first notification that the own process or the caller's or a second dispatcher wants, which with
+    // those behind goes to the broker's thread.
+    struct Stopper
+    {
+        const char* name;
+        const char* dispatcher;
+        int nameId;
+        int id;
+    };
+    for (const auto& [stopper, dispatcher, nameId, id] : std::vector<Stopper>{
+             {"Own", "own", 1, 2000}, {"Caller", "caller", 2, 3000}, {"Other", "other", 4, 4000}})
+    {
+        std::size_t served = 0;
+        {
+            Kiv::System::Tul::AfterResponseSlot slot;
+            slot.Open();
+            served = takeOver(id + 1);
+            thread->HandOverAfterResponse(caller);
+            ASSERT_EQ(queue.TryPush(MakeNotification(id + 2, "A"), true), Pushed::Queued);
+            ASSERT_EQ(queue.TryPush(MakeNotification(id + 3, stopper), true), Pushed::Queued);
+            ASSERT_EQ(queue.TryPush(MakeNotification(id + 4, "A"), true), Pushed::Queued);
+            slot.Close();
+            EXPECT_EQ(Deliveries().size(), served) << "delivered before the response";
+        }
+        ASSERT_TRUE(WaitFor([&] { return Deliveries().size() == served + 4; }));
+        const std::vector<std::string> all = Deliveries();
+        const auto from = all.begin() + static_cast<std::ptrdiff_t>(served);
+        EXPECT_THAT(std::vector<std::string>(from, from + 2),
+                    ElementsAre(fmt::format("remote {}: 3", id + 1), fmt::format("remote {}: 3", id + 2)));
+        // The broker's thread takes the last two together: each dispatcher's share in id order.
+        EXPECT_THAT(std::vector<std::string>(from + 2, all.end()),
+                    UnorderedElementsAre(fmt::format("{} {}: {}", dispatcher, id + 3, nameId),
+                                         fmt::format("remote {}: 3", id + 4)));
+        const auto on = Threads();
+        EXPECT_EQ(on[served], std::this_thread::get_id());
+        EXPECT_EQ(on[served + 1], std::this_thread::get_id());
+        EXPECT_NE(on[served + 2], std::this_thread::get_id());
+        EXPECT_NE(on[served + 3], std::this_thread::get_id());
+    }
 }
 
 TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlaceAndAStopDeliversAllQueued)
@@ -140,7 +282,7 @@ TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlac
     std::promise<void> release;
     const std::shared_future<void> released = release.get_future().share();
     AddDispatcher("slow",
-                  [&]
+                  [&](const Notification&)
                   {
                       ++entered;
                       released.wait();

@@ -5,6 +5,7 @@
 
 #include <Kiv/Exceptions.h>
 #include <Kiv/System/Tul/ServiceManager.h>
+#include <Kiv/System/Tul/TulAfterResponse.h>
 #include <Kiv/System/Tul/TulCallerIdentity.h>
 #include <Kiv/System/Tul/TulExceptionRegistry.h>
 #include <Kiv/System/Tul/TulServiceBases.h>
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <tuple>
@@ -113,10 +115,23 @@ inline std::unique_ptr<IEchoService> GetEcho(const String& providerName);
 /// Where Sleep announces "sleeping" before it sleeps, when set, so that a test knows the call is there.
 inline int sleepNoticeFd = -1;
 
+/// What Echo("after response") leaves for after its response; Echo then answers whether it was taken,
+/// and whether a second piece of work for the same call was refused.
+inline std::function<void()> afterResponse;
+
 class EchoServiceImpl : public IEchoService
 {
 public:
-    String Echo(const String& text) override { return text; }
+    String Echo(const String& text) override
+    {
+        if (text != "after response")
+        {
+            return text;
+        }
+        constexpr AfterResponseWork run = [](void*) noexcept { afterResponse(); };
+        const bool taken = DeferUntilResponded(run, nullptr);
+        return String::Format("taken {0}, again {1}", taken, DeferUntilResponded(run, nullptr));
+    }
     std::uint32_t Add(std::uint32_t a, std::uint32_t b) override { return a + b; }
     void Throw(const String& typeName, const String& message) override
     {

@@ -25,6 +25,8 @@ struct KIV_API TulCallerIdentity
     /// The caller of the call that this thread serves: the one of the innermost Scope, else this
     /// process, which is the caller of every in-process call.
     static TulCallerIdentity GetCurrent() noexcept;
+    /// GetCurrent().pid, without copying the groups.
+    static pid_t GetCurrentPid() noexcept;
 
     /// Sets the current identity for one scope.
     class Scope;
