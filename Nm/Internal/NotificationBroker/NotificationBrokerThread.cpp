@@ -21,9 +21,6 @@ using Commons::Threading::ThreadSettings;
 
 namespace
 {
-// A delivery that takes longer marks its dispatcher as one that serving threads leave to this thread.
-constexpr std::chrono::milliseconds SlowDelivery{1};
-
 ThreadSettings BrokerThreadSettings()
 {
     ThreadSettings settings;
@@ -35,11 +32,13 @@ ThreadSettings BrokerThreadSettings()
 NotificationBrokerThread::NotificationBrokerThread(const NotificationNameRepository& names,
                                                    const NotificationDispatcherRepository& dispatchers,
                                                    const NotificationDispatchingRepository& dispatchTable,
-                                                   ThreadSafeQueue<Notification>& queue)
+                                                   ThreadSafeQueue<Notification>& queue,
+                                                   std::chrono::nanoseconds slowDelivery)
     : names(names),
       dispatchers(dispatchers),
       dispatchTable(dispatchTable),
       queue(queue),
+      slowDelivery(slowDelivery),
       thread(MakeDelegate(this, &NotificationBrokerThread::DispatchNotifications), nullptr,
              BrokerThreadSettings())
 {
@@ -245,7 +244,7 @@ void NotificationBrokerThread::DispatchTo(const std::vector<Element>& batch, std
     {
         slowDispatchers.resize(index + 1, false);
     }
-    slowDispatchers[index] = !delivered || std::chrono::steady_clock::now() - start > SlowDelivery;
+    slowDispatchers[index] = !delivered || std::chrono::steady_clock::now() - start > slowDelivery;
     dispatchBatch.Clear();
 }
 

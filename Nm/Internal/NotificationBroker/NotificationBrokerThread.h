@@ -45,11 +45,15 @@ public:
     /// Enough to carry a burst in few calls; small enough that one call stays within the frame limit
     /// of payloads of ordinary size and a slow dispatcher holds few others back.
     static constexpr std::size_t BatchBound = 64;
+    /// A delivery that takes longer marks its dispatcher as one that serving threads leave to this
+    /// thread.
+    static constexpr std::chrono::milliseconds DefaultSlowDelivery{1};
 
     NotificationBrokerThread(const NotificationNameRepository& names,
                              const NotificationDispatcherRepository& dispatchers,
                              const NotificationDispatchingRepository& dispatchTable,
-                             ThreadSafeQueue<Notification>& queue);
+                             ThreadSafeQueue<Notification>& queue,
+                             std::chrono::nanoseconds slowDelivery = DefaultSlowDelivery);
     NotificationBrokerThread(const NotificationBrokerThread&) = delete;
     NotificationBrokerThread& operator=(const NotificationBrokerThread&) = delete;
     /// Delivers what is queued ahead of the stop marker, then joins. A thread that never ran is not
@@ -96,6 +100,7 @@ private:
     pid_t handOverCaller = 0;
     // By dispatcher id: whether its last delivery failed or was slow.
     std::vector<bool> slowDispatchers;
+    const std::chrono::nanoseconds slowDelivery;
     Commons::Threading::Thread thread;
 };
 }  // namespace Kiv::System::Nm::Internal::NotificationBroker

@@ -106,9 +106,12 @@ protected:
                                               std::vector<TulVariant<512>>{});
     }
 
-    std::unique_ptr<NotificationBrokerThread> MakeThread()
+    /// By default no delivery counts as slow, however slow the machine (an emulator, a sanitizer).
+    std::unique_ptr<NotificationBrokerThread> MakeThread(
+        std::chrono::nanoseconds slowDelivery = std::chrono::hours(1))
     {
-        return std::make_unique<NotificationBrokerThread>(names, dispatchers, dispatchTable, queue);
+        return std::make_unique<NotificationBrokerThread>(names, dispatchers, dispatchTable, queue,
+                                                          slowDelivery);
     }
 
     std::vector<std::string> Deliveries()
@@ -274,6 +277,25 @@ TEST_F(NotificationBrokerThreadTest,
         EXPECT_NE(on[served + 2], std::this_thread::get_id());
         EXPECT_NE(on[served + 3], std::this_thread::get_id());
     }
+
+    // A dispatcher whose last delivery took longer than the threshold, here any, is left to the broker's
+    // thread.
+    thread.reset();
+    thread = MakeThread(std::chrono::nanoseconds(0));
+    thread->Start();
+    std::size_t slow = takeOver(5001);
+    thread->HandOverAfterResponse(caller);
+    ASSERT_TRUE(WaitFor([&] { return Deliveries().size() == slow + 1; }));
+    {
+        Kiv::System::Tul::AfterResponseSlot slot;
+        slot.Open();
+        slow = takeOver(5002);
+        thread->HandOverAfterResponse(caller);
+        slot.Close();
+    }
+    ASSERT_TRUE(WaitFor([&] { return Deliveries().size() == slow + 1; }));
+    EXPECT_EQ(Deliveries().back(), "remote 5002: 3");
+    EXPECT_NE(Threads().back(), std::this_thread::get_id());
 }
 
 TEST_F(NotificationBrokerThreadCapacityOneTest, TheElementInDeliveryFreesItsPlaceAndAStopDeliversAllQueued)
