@@ -43,18 +43,6 @@ bool NotificationDispatchingRepository::Contains(NotificationNameId nameId,
     return ContainsImpl(nameId, dispatcherId);
 }
 
-NotificationDispatchingRepository::Matches NotificationDispatchingRepository::GetMatches(
-    const std::vector<NotificationNameId>& nameIds) const
-{
-    Matches matches;
-    Mutex::ScopedLock lock(mutex);
-    for (const NotificationNameId& nameId : nameIds)
-    {
-        GetMatches(matches, nameId);
-    }
-    return matches;
-}
-
 void NotificationDispatchingRepository::AppendMatches(const std::vector<NotificationNameId>& nameIds,
                                                       std::uint32_t notification,
                                                       std::vector<Match>& matches) const
@@ -109,21 +97,6 @@ bool NotificationDispatchingRepository::ContainsImpl(NotificationNameId nameId,
                                                      NotificationDispatcherId dispatcherId) const
 {
     return Find(nameId, dispatcherId).has_value();
-}
-
-void NotificationDispatchingRepository::GetMatches(Matches& matches, NotificationNameId nameId) const
-{
-    auto range = rows.equal_range(nameId);
-    for (auto row = range.first; row != range.second; ++row)
-    {
-        AddMatch(matches, nameId, row->second);
-    }
-}
-
-void NotificationDispatchingRepository::AddMatch(Matches& matches, NotificationNameId nameId,
-                                                 NotificationDispatcherId dispatcherId)
-{
-    matches[dispatcherId].push_back(nameId);
 }
 
 void NotificationDispatchingRepository::OnAddDuplicate(NotificationNameId nameId,

@@ -5,7 +5,6 @@
 #include <Kiv/Export.h>
 #include <Kiv/Threading/Mutex.h>
 
-#include <map>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -17,17 +16,12 @@ namespace Kiv::System::Nm::Internal::NotificationBroker
 class KIV_API NotificationDispatchingRepository
 {
 public:
-    /// Dispatcher ids in ascending order, each with the name ids it wants, in the order asked for.
-    using Matches = std::map<NotificationDispatcherId, std::vector<NotificationNameId>>;
-
     NotificationDispatchingRepository();
 
     void Add(NotificationNameId nameId, NotificationDispatcherId dispatcherId);
     void Remove(NotificationNameId nameId, NotificationDispatcherId dispatcherId);
     bool Contains(NotificationNameId nameId) const;
     bool Contains(NotificationNameId nameId, NotificationDispatcherId dispatcherId) const;
-    Matches GetMatches(const std::vector<NotificationNameId>& nameIds) const;
-
     /// One row that a notification hits, for the broker thread's batches: `sequence` keeps the order of
     /// the name ids asked for.
     struct Match
@@ -44,7 +38,8 @@ public:
         }
     };
     /// Appends the rows of `nameIds` to `matches` as hits of notification `notification`, without
-    /// allocating once `matches` has room: sorted, they give GetMatches' order per notification.
+    /// allocating once `matches` has room. Sorted, they give per dispatcher in ascending id the name ids
+    /// it wants of each notification, in the order asked for.
     void AppendMatches(const std::vector<NotificationNameId>& nameIds, std::uint32_t notification,
                        std::vector<Match>& matches) const;
     /// Erases every row of the dispatcher, one whose process has gone; returns how many there were.
@@ -60,8 +55,6 @@ private:
     std::optional<Rows::const_iterator> Find(NotificationNameId nameId,
                                              NotificationDispatcherId dispatcherId) const;
     bool ContainsImpl(NotificationNameId nameId, NotificationDispatcherId dispatcherId) const;
-    void GetMatches(Matches& matches, NotificationNameId nameId) const;
-    static void AddMatch(Matches& matches, NotificationNameId nameId, NotificationDispatcherId dispatcherId);
 
     Rows rows;
     mutable Commons::Threading::Mutex mutex;

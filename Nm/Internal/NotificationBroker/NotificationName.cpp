@@ -59,13 +59,6 @@ NotificationName& NotificationName::GetParent() const
     return *parent;
 }
 
-std::vector<NotificationNameId> NotificationName::GetAllIds() const
-{
-    std::vector<NotificationNameId> ids;
-    GetAllIds(ids);
-    return ids;
-}
-
 void NotificationName::GetAllIds(std::vector<NotificationNameId>& ids) const
 {
     if (parent != nullptr)

@@ -30,7 +30,6 @@ public:
     NotificationName& GetParent() const;
 
     /// The ids from the top-most ancestor down to this node.
-    std::vector<NotificationNameId> GetAllIds() const;
     void GetAllIds(std::vector<NotificationNameId>& ids) const;
 
     void AddChild(NotificationName* child);

@@ -68,12 +68,6 @@ bool NotificationNameRepository::HasParent(NotificationNameId id) const
     return GetNode(id).HasParent();
 }
 
-std::vector<NotificationNameId> NotificationNameRepository::GetMatchingIds(NotificationNameId id) const
-{
-    Mutex::ScopedLock lock(mutex);
-    return GetNode(id).GetAllIds();
-}
-
 void NotificationNameRepository::GetMatchingIds(NotificationNameId id,
                                                 std::vector<NotificationNameId>& ids) const
 {

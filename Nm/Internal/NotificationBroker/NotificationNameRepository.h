@@ -30,8 +30,7 @@ public:
     bool HasParent(NotificationNameId id) const;
     /// The ids of the name's ancestors from the top down, the name itself last: everything a
     /// notification on this name is delivered to.
-    std::vector<NotificationNameId> GetMatchingIds(NotificationNameId id) const;
-    /// The same into `ids`, which is cleared first and keeps its capacity.
+    /// Into `ids`, which is cleared first and keeps its capacity.
     void GetMatchingIds(NotificationNameId id, std::vector<NotificationNameId>& ids) const;
     /// Takes out a leaf. Leaves the by-name row behind, so nothing may call it while names are looked up
     /// by text; names live as long as the broker.

@@ -57,14 +57,15 @@ TEST(NotificationNameRepositoryTest, ADeepNameMakesItsAncestorsFirstAndTheTables
     PayloadTypeRepository types;
     EXPECT_EQ(names.Add("A.B.C"), NotificationNameId(3));
     EXPECT_EQ(names.GetFullName(NotificationNameId(2)), "A.B");
-    EXPECT_THAT(names.GetMatchingIds(NotificationNameId(3)),
-                ElementsAre(NotificationNameId(1), NotificationNameId(2), NotificationNameId(3)));
+    std::vector<NotificationNameId> matching{NotificationNameId(7)};
+    names.GetMatchingIds(NotificationNameId(3), matching);
+    EXPECT_THAT(matching, ElementsAre(NotificationNameId(1), NotificationNameId(2), NotificationNameId(3)));
     EXPECT_TRUE(names.HasChildren(NotificationNameId(1)));
 
     ExpectRefusals({
         {[&] { names.Add("A"); },
          Operation + "NotificationNameRepository: Tried to add duplicate notification name: A"},
-        {[&] { names.GetMatchingIds(NotificationNameId(99)); },
+        {[&] { names.GetMatchingIds(NotificationNameId(99), matching); },
          Operation + "NotificationNameRepository: Repository does not contain id=99"},
         {[&] { names.GetId("Q"); },
          Operation + "NotificationNameRepository: tried to query unknown notification name: Q"},
